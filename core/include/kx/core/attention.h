@@ -1,0 +1,52 @@
+#pragma once
+#include <kx/core/exception.h>
+#include <kx/core/export.h>
+
+#include <atomic>
+
+// kxAttention: co-operative cancellation. Long computations call check() at
+// regular points; when another thread has called request(), check() throws
+// kxAttention::Stopped. The request stays in force until clear(), so every
+// computation running or started meanwhile stops at its next poll.
+//
+// When nothing is pending, check() costs one atomic load.
+class KXCORE_API kxAttention {
+public:
+    class KXCORE_API Stopped : public kxExceptionWithString {
+    public:
+        Stopped() : kxExceptionWithString("Operation stopped by an attention request") {}
+    };
+
+    static void check()
+    {
+        if (pending_.load(std::memory_order_acquire) != 0)
+            checkSlow();
+    }
+
+    static void request();
+    static void clear();
+    static bool requested();
+
+    // Counts this thread's polls while it exists, and optionally makes the
+    // poll with number `throwAt` (1-based; 0 never) throw Stopped. For tests.
+    // Probes nest; the innermost one counts.
+    class KXCORE_API Probe {
+    public:
+        explicit Probe(unsigned long throwAt = 0);
+        ~Probe();
+        Probe(const Probe&) = delete;
+        Probe& operator=(const Probe&) = delete;
+        unsigned long count() const { return count_; }
+
+    private:
+        friend class kxAttention;
+        unsigned long count_ = 0;
+        unsigned long throwAt_;
+        Probe* outer_;
+    };
+
+private:
+    static void checkSlow();
+    // Bit 0: a stop is requested. Higher bits: probes alive, in units of 2.
+    static std::atomic<unsigned long> pending_;
+};

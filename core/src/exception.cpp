@@ -1,0 +1,63 @@
+#include <kx/core/archive.h>
+#include <kx/core/exception.h>
+
+#include <ostream>
+#include <sstream>
+
+kxException::~kxException() = default;
+
+long kxException::errorNumber() const { return 0; }
+
+std::string kxException::message() const
+{
+    std::ostringstream out;
+    message_(out);
+    return out.str();
+}
+
+const char* kxException::what() const noexcept
+{
+    try {
+        what_ = message();
+    } catch (...) {
+        what_.clear();
+    }
+    return what_.c_str();
+}
+
+void kxException::message_(std::ostream&) const {}
+
+void kxException::streamText_(kxArchive&) {}
+
+void kxException::dispatchSerialize(kxArchive& archive)
+{
+    const kxException* self = this;
+    if (haveVisited(archive, self, sizeof(kxException)))
+        return;
+    unsigned char version = 0;
+    archive || version;
+    if (version != 0)
+        throw kxArchive::UnknownVersion("kxException", 0);
+    kxPersistent::dispatchSerialize(archive);
+    streamText_(archive);
+    setVisited(archive, self, sizeof(kxException));
+}
+
+kxExceptionWithString::kxExceptionWithString(const char* message)
+    : text_(message ? message : ""), hasMessage_(message != nullptr)
+{
+}
+
+kxExceptionWithString::kxExceptionWithString(const std::string& message)
+    : text_(message), hasMessage_(true)
+{
+}
+
+kxExceptionWithString::~kxExceptionWithString() = default;
+
+void kxExceptionWithString::message_(std::ostream& out) const { out << text_; }
+
+void kxExceptionWithString::streamText_(kxArchive& archive)
+{
+    archive || hasMessage_ || text_;
+}

@@ -1,0 +1,259 @@
+#include "fft/buffer_access.h"
+
+#include <kx/fft.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+const char* const kNotInitialized = "FrequencyBuffer has not been initialized";
+const char* const kInverseComputed = "Cannot access frequency data once inverse has been computed.";
+
+}  // namespace
+
+void kf_ClearPadding(long requestedWidth, long requestedHeight, long paddedWidth, long paddedHeight,
+                     float* data)
+{
+    kxAttention::check();
+    const long rowFloats = 2 * paddedWidth;
+    for (long y = 0; y < requestedHeight; ++y) {
+        float* row = data + y * rowFloats;
+        for (long f = 2 * requestedWidth; f < rowFloats; ++f)
+            row[f] = 0.0f;
+    }
+    for (long y = requestedHeight; y < paddedHeight; ++y)
+        std::memset(data + y * rowFloats, 0, sizeof(float) * rowFloats);
+}
+
+kxFrequencyBuffer::kxFrequencyBuffer() = default;
+
+kxFrequencyBuffer::kxFrequencyBuffer(long width, long height)
+{
+    setAndAllocate(width, height);
+    // transform_ and offset_ start as the identity and (0, 0).
+}
+
+kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src) { *this = src; }
+
+kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src, long width, long height)
+{
+    using Size = kxFrequencyDefs::InvalidSize;
+    if (width < 2)
+        throw Size("Copied width must be > 1");
+    if (height < 2)
+        throw Size("Copied height must be > 1");
+    if (width > src.width())
+        throw Size("Copied width cannot be greater than source width");
+    if (height > src.height())
+        throw Size("Copied height cannot be greater than source height");
+    if (!kf_IsPowerOfTwo(width))
+        throw Size("Unsupported width");
+    if (!kf_IsPowerOfTwo(height))
+        throw Size("Unsupported height");
+
+    setAndAllocate(width, height);
+    inverseComputed_ = src.inverseComputed_;
+    const double scaleX = static_cast<double>(width) / static_cast<double>(src.paddedWidth_);
+    const double scaleY = static_cast<double>(height) / static_cast<double>(src.paddedHeight_);
+    requestedWidth_ = static_cast<long>(src.requestedWidth_ * scaleX);
+    requestedHeight_ = static_cast<long>(src.requestedHeight_ * scaleY);
+    if (src.transform_.isLinear()) {
+        const kxXform<2> scale(kxMatrix<2>(kxRadian(0), kxRadian(0), scaleX, scaleY), kxVector<2>(0, 0));
+        transform_.xform(kx2XformLinear(src.transform_.linearXform() * scale));
+    } else {
+        transform_ = src.transform_;
+    }
+    offset_ = src.offset_;
+
+    // Keep frequencies -width/2 .. width/2 - 1 on each axis, each at its own
+    // unshifted place: the first hh rows and the last hh rows of the source,
+    // and in each of them the first hw and the last hw columns.
+    //
+    //   source                       destination
+    //   +----+------------+----+     +----+----+
+    //   | A  |            | B  |     | A  | B  |
+    //   +----+            +----+     +----+----+
+    //   |                      |     | C  | D  |
+    //   +----+            +----+     +----+----+
+    //   | C  |            | D  |
+    //   +----+------------+----+
+    const long hw = width / 2;
+    const long hh = height / 2;
+    float* out = data_;
+    auto copyRow = [&](long sourceRow) {
+        const float* row = src.data_ + 2 * sourceRow * src.paddedWidth_;
+        std::memcpy(out, row, sizeof(float) * 2 * hw);
+        std::memcpy(out + 2 * hw, row + 2 * (src.paddedWidth_ - hw), sizeof(float) * 2 * hw);
+        out += 2 * width;
+    };
+    for (long y = 0; y < hh; ++y)
+        copyRow(y);
+    for (long y = src.paddedHeight_ - hh; y < src.paddedHeight_; ++y)
+        copyRow(y);
+}
+
+kxFrequencyBuffer::kxFrequencyBuffer(const kxPelBuffer_const<double>& real,
+                                     const kxPelBuffer_const<double>& imaginary)
+{
+    if (!real.isBound() || !imaginary.isBound())
+        throw kxFrequencyDefs::UnboundWindow();
+    if (real.height() != imaginary.height() || real.width() != imaginary.width() ||
+        real.offset() != imaginary.offset())
+        throw kxFrequencyDefs::InvalidSize(
+            "Real and Imaginary PelBuffers must have the same dimensions and offset.");
+    setAndAllocate(real.width(), real.height());
+    transform_ = real.xformCache();
+    offset_ = real.offset();
+    const double* re = real.pointToOffset();
+    const double* im = imaginary.pointToOffset();
+    for (long y = 0; y < requestedHeight_; ++y, re += real.rowUpdate(), im += imaginary.rowUpdate()) {
+        float* row = data_ + 2 * y * paddedWidth_;
+        for (long x = 0; x < requestedWidth_; ++x) {
+            row[2 * x] = static_cast<float>(re[x]);
+            row[2 * x + 1] = static_cast<float>(im[x]);
+        }
+    }
+    kf_ClearPadding(requestedWidth_, requestedHeight_, paddedWidth_, paddedHeight_, data_);
+}
+
+kxFrequencyBuffer::~kxFrequencyBuffer() = default;
+
+void kxFrequencyBuffer::setAndAllocate(long width, long height)
+{
+    if (!(width < 2049 && height < 2049))
+        throw kxFrequencyDefs::InvalidSize("Width and Height must be no larger than 2048.");
+    requestedWidth_ = width;
+    requestedHeight_ = height;
+    const long newWidth = kf_PaddedSize(width);
+    const long newHeight = kf_PaddedSize(height);
+    if (data_ && (newWidth != paddedWidth_ || newHeight != paddedHeight_))
+        data_ = nullptr;
+    paddedWidth_ = newWidth;
+    paddedHeight_ = newHeight;
+    masked_ = 0;
+    inverseComputed_ = false;
+    if (!data_) {
+        store_.resize(static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7));
+        pointAtStore();
+    }
+}
+
+// The data start at the store's first float rounded up to 16 bytes; the 7
+// spare floats of the store leave room for that rounding.
+void kxFrequencyBuffer::pointAtStore()
+{
+    std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.data());
+    address = (address + 15) & ~static_cast<std::uintptr_t>(15);
+    data_ = reinterpret_cast<float*>(address);
+}
+
+kxFrequencyBuffer& kxFrequencyBuffer::operator=(const kxFrequencyBuffer& src)
+{
+    if (this == &src)
+        return *this;
+    if (!src.data_) {
+        masked_ = 0;
+        data_ = nullptr;
+        return *this;
+    }
+    setAndAllocate(src.requestedWidth_, src.requestedHeight_);
+    if (paddedWidth_ != src.paddedWidth_ || paddedHeight_ != src.paddedHeight_)
+        throw kxFrequencyDefs::InvalidSize("Width and Height must be no larger than 2048.");
+    transform_ = src.transform_;
+    offset_ = src.offset_;
+    inverseComputed_ = src.inverseComputed_;
+    masked_ = src.masked_;
+    maskedMiny_ = src.maskedMiny_;
+    maskedMaxy_ = src.maskedMaxy_;
+    std::memcpy(data_, src.data_, sizeof(float) * 2 * paddedWidth_ * paddedHeight_);
+    return *this;
+}
+
+bool kxFrequencyBuffer::operator==(const kxFrequencyBuffer& other) const
+{
+    if (!data_ || !other.data_)
+        return !data_ && !other.data_;
+    if (paddedWidth_ != other.paddedWidth_ || paddedHeight_ != other.paddedHeight_ ||
+        requestedWidth_ != other.requestedWidth_ || requestedHeight_ != other.requestedHeight_ ||
+        inverseComputed_ != other.inverseComputed_ || masked_ != other.masked_)
+        return false;
+    if (masked_ != 0 && (maskedMiny_ != other.maskedMiny_ || maskedMaxy_ != other.maskedMaxy_))
+        return false;
+    if (offset_ != other.offset_)
+        return false;
+    const long count = 2 * paddedWidth_ * paddedHeight_;
+    for (long i = 0; i < count; ++i)
+        if (data_[i] < other.data_[i] || data_[i] > other.data_[i])
+            return false;
+    return true;
+}
+
+long kxFrequencyBuffer::width() const
+{
+    if (!data_)
+        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
+    return paddedWidth_;
+}
+
+long kxFrequencyBuffer::height() const
+{
+    if (!data_)
+        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
+    return paddedHeight_;
+}
+
+long kxFrequencyBuffer::elementIndex(long x, long y, bool centered) const
+{
+    if (!data_)
+        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
+    if (inverseComputed_)
+        throw kxFrequencyDefs::InvalidBuffer(kInverseComputed);
+    bool inside;
+    if (centered) {
+        inside = x >= -(paddedWidth_ / 2) && x < (paddedWidth_ + 1) / 2 && y >= -(paddedHeight_ / 2) &&
+                 y < (paddedHeight_ + 1) / 2;
+        if (x < 0)
+            x += paddedWidth_;
+        if (y < 0)
+            y += paddedHeight_;
+    } else {
+        inside = x >= 0 && x < paddedWidth_ && y >= 0 && y < paddedHeight_;
+    }
+    if (!inside)
+        throw kxFrequencyDefs::BadCoord("Coordinates are out of bounds");
+    return 2 * (y * paddedWidth_ + x);
+}
+
+kxPair<double> kxFrequencyBuffer::get(long x, long y, bool centered) const
+{
+    const float* e = data_ + elementIndex(x, y, centered);
+    return kxPair<double>(e[0], e[1]);
+}
+
+double kxFrequencyBuffer::getReal(long x, long y, bool centered) const
+{
+    return data_[elementIndex(x, y, centered)];
+}
+
+double kxFrequencyBuffer::getImaginary(long x, long y, bool centered) const
+{
+    return data_[elementIndex(x, y, centered) + 1];
+}
+
+void kxFrequencyBuffer::put(long x, long y, kxPair<double> value, bool centered)
+{
+    float* e = data_ + elementIndex(x, y, centered);
+    e[0] = static_cast<float>(value.x());
+    e[1] = static_cast<float>(value.y());
+}
+
+void kxFrequencyBuffer::putReal(long x, long y, double value, bool centered)
+{
+    data_[elementIndex(x, y, centered)] = static_cast<float>(value);
+}
+
+void kxFrequencyBuffer::putImaginary(long x, long y, double value, bool centered)
+{
+    data_[elementIndex(x, y, centered) + 1] = static_cast<float>(value);
+}

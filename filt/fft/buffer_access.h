@@ -1,0 +1,51 @@
+#pragma once
+// Internal: how the transforms, the arithmetic and the persistence code reach
+// the private parts of kxFrequencyBuffer. Not installed.
+#include <kx/fft.h>
+
+struct kx_FrequencyBufferAccess {
+    using Buffer = kxFrequencyBuffer;
+
+    static float* data(const Buffer& b) { return b.data_; }
+    static void setAndAllocate(Buffer& b, long width, long height) { b.setAndAllocate(width, height); }
+
+    static long paddedWidth(const Buffer& b) { return b.paddedWidth_; }
+    static long paddedHeight(const Buffer& b) { return b.paddedHeight_; }
+    static long requestedWidth(const Buffer& b) { return b.requestedWidth_; }
+    static long requestedHeight(const Buffer& b) { return b.requestedHeight_; }
+
+    static long masked(const Buffer& b) { return b.masked_; }
+    static long maskedMiny(const Buffer& b) { return b.maskedMiny_; }
+    static long maskedMaxy(const Buffer& b) { return b.maskedMaxy_; }
+    static void masked(Buffer& b, long value) { b.masked_ = value; }
+
+    static bool inverseComputed(const Buffer& b) { return b.inverseComputed_; }
+    static void inverseComputed(Buffer& b, bool value) { b.inverseComputed_ = value; }
+
+    static const kx2XformCache& transform(const Buffer& b) { return b.transform_; }
+    static void transform(Buffer& b, const kx2XformCache& t) { b.transform_ = t; }
+    static kxPair<long> offset(const Buffer& b) { return b.offset_; }
+    static void offset(Buffer& b, const kxPair<long>& o) { b.offset_ = o; }
+};
+
+// Zeroes the padding of a buffer filled from an image of the requested size:
+// columns requestedWidth.. of the first requestedHeight rows, then every
+// following row. Polls kxAttention::check() once.
+void kf_ClearPadding(long requestedWidth, long requestedHeight, long paddedWidth, long paddedHeight,
+                     float* data);
+
+// The smallest power of two not below `value` (1 for value <= 1).
+inline long kf_PaddedSize(long value)
+{
+    long size = 1;
+    while (size < value)
+        size *= 2;
+    return size;
+}
+
+// The library's power-of-two test: doubles a counter from 1 while it is
+// below the value, then compares; 1 passes, 0 and negatives fail.
+inline bool kf_IsPowerOfTwo(long value)
+{
+    return kf_PaddedSize(value) == value;
+}
