@@ -256,8 +256,25 @@ kxStreamArchive::kxStreamArchive(std::ostream& out)
 kxStreamArchive::kxStreamArchive(std::istream& in)
     : kxArchive(true), in_(&in), left_(std::numeric_limits<std::size_t>::max())
 {
-    // A seekable stream tells how much data there is, so that counts can be
-    // checked before anything is sized from them.
+    measureInput();
+}
+
+kxStreamArchive::kxStreamArchive(std::iostream& stream, Direction direction)
+    : kxArchive(direction == eLoad), left_(std::numeric_limits<std::size_t>::max())
+{
+    if (direction == eLoad) {
+        in_ = &stream;
+        measureInput();
+    } else {
+        out_ = &stream;
+    }
+}
+
+// A seekable stream tells how much data there is, so that counts can be
+// checked before anything is sized from them.
+void kxStreamArchive::measureInput()
+{
+    std::istream& in = *in_;
     std::istream::pos_type start = in.tellg();
     if (start != std::istream::pos_type(-1) && in.seekg(0, std::ios::end)) {
         std::istream::pos_type end = in.tellg();

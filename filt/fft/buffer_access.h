@@ -18,6 +18,12 @@ struct kx_FrequencyBufferAccess {
     static long maskedMiny(const Buffer& b) { return b.maskedMiny_; }
     static long maskedMaxy(const Buffer& b) { return b.maskedMaxy_; }
     static void masked(Buffer& b, long value) { b.masked_ = value; }
+    static void band(Buffer& b, long masked, long miny, long maxy)
+    {
+        b.masked_ = masked;
+        b.maskedMiny_ = miny;
+        b.maskedMaxy_ = maxy;
+    }
 
     static bool inverseComputed(const Buffer& b) { return b.inverseComputed_; }
     static void inverseComputed(Buffer& b, bool value) { b.inverseComputed_ = value; }

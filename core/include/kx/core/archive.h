@@ -128,8 +128,12 @@ private:
 // An archive on a standard stream. The stream must outlive the archive.
 class KXCORE_API kxStreamArchive : public kxArchive {
 public:
+    enum Direction { eStore, eLoad };
+
     explicit kxStreamArchive(std::ostream& out);
     explicit kxStreamArchive(std::istream& in);
+    // For a stream that reads and writes, the direction is said.
+    kxStreamArchive(std::iostream& stream, Direction direction);
 
 protected:
     void readBytes(void* data, std::size_t size) override;
@@ -137,6 +141,8 @@ protected:
     std::size_t available() const override;
 
 private:
+    void measureInput();
+
     std::istream* in_ = nullptr;
     std::ostream* out_ = nullptr;
     std::size_t left_;   // bytes from the start position to the end, when seekable
