@@ -1,0 +1,134 @@
+#pragma once
+// Internal: the one-dimensional split-radix kernel, written once on its lane
+// type. The scalar instantiation (Lane = float) is the reference; a
+// vectorised lane type (several rows per instruction, the same operations in
+// every lane) must give the same bits.
+#include <cmath>
+#include <cstdint>
+
+// Always use std:: maths on an explicit type here: float and double must not
+// mix by accident inside the kernel.
+
+// Rotation table: entry k holds cos t, sin t, cos 3t, sin 3t for the step
+// angle t = sign * 2pi / 2^k, computed in double and rounded to float. Built
+// on every call; nothing is cached.
+struct kf_RotationTable {
+    float entry[16][4];
+
+    explicit kf_RotationTable(int sign)
+    {
+        const double twoPi = 6.283185307179586;
+        double power = 1.0;
+        for (int k = 0; k < 16; ++k, power *= 2.0) {
+            const double t = sign * twoPi / power;
+            entry[k][0] = static_cast<float>(std::cos(t));
+            entry[k][1] = static_cast<float>(std::sin(t));
+            entry[k][2] = static_cast<float>(std::cos(3.0 * t));
+            entry[k][3] = static_cast<float>(std::sin(3.0 * t));
+        }
+    }
+};
+
+// log2 of a power of two, counting doublings of 1 up to n.
+inline int kf_Log2(int n)
+{
+    int m = 0;
+    for (int p = 1; p < n; p *= 2)
+        ++m;
+    return m;
+}
+
+// One row of n complex elements (n a power of two), transformed in place.
+//
+// The published algorithm addresses the row 1-based: element e has its real
+// part x(e) and imaginary part y(e); here x(e) = row[2e - 2], y(e) = row[2e - 1].
+// direction < 0 runs the inverse by conjugating before and after.
+template <typename Lane>
+void kf_SplitRadixRow(Lane* row, int n, int direction, const kf_RotationTable& rotation,
+                      const std::int32_t* bitReverse)
+{
+    auto x = [row](int e) -> Lane& { return row[2 * e - 2]; };
+    auto y = [row](int e) -> Lane& { return row[2 * e - 1]; };
+
+    if (direction < 0)
+        for (int e = 1; e <= n; ++e)
+            y(e) = -y(e);
+
+    const int m = kf_Log2(n);
+
+    // L-shaped butterflies, stage by stage.
+    int n2 = 2 * n;
+    for (int stage = 1; stage < m; ++stage) {
+        n2 /= 2;
+        const int n4 = n2 / 4;
+        const float* step = rotation.entry[m + 1 - stage];
+        const float cosT = step[0], sinT = step[1], cos3T = step[2], sin3T = step[3];
+        float cc1 = 1.0f, ss1 = 0.0f, cc3 = 1.0f, ss3 = 0.0f;
+        for (int j = 1; j <= n4; ++j) {
+            int is = j;
+            int id = 2 * n2;
+            while (is < n) {
+                for (int i0 = is; i0 <= n - 1; i0 += id) {
+                    const int i1 = i0 + n4, i2 = i1 + n4, i3 = i2 + n4;
+                    Lane r1 = x(i0) - x(i2);
+                    x(i0) = x(i0) + x(i2);
+                    Lane r2 = x(i1) - x(i3);
+                    x(i1) = x(i1) + x(i3);
+                    Lane s1 = y(i0) - y(i2);
+                    y(i0) = y(i0) + y(i2);
+                    Lane s2 = y(i1) - y(i3);
+                    y(i1) = y(i1) + y(i3);
+                    const Lane s3 = r1 - s2;
+                    r1 = r1 + s2;
+                    s2 = r2 - s1;
+                    r2 = r2 + s1;
+                    x(i2) = r1 * cc1 - s2 * ss1;
+                    y(i2) = -s2 * cc1 - r1 * ss1;
+                    x(i3) = s3 * cc3 + r2 * ss3;
+                    y(i3) = r2 * cc3 - s3 * ss3;
+                }
+                is = 2 * id - n2 + j;
+                id = 4 * id;
+            }
+            // The rotations advance by recurrence in single precision; the
+            // accumulated rounding is part of the engine's numerics.
+            const float c1 = cc1 * cosT - ss1 * sinT;
+            ss1 = ss1 * cosT + cc1 * sinT;
+            cc1 = c1;
+            const float c3 = cc3 * cos3T - ss3 * sin3T;
+            ss3 = ss3 * cos3T + cc3 * sin3T;
+            cc3 = c3;
+        }
+    }
+
+    // Length-2 butterflies.
+    for (int is = 1, id = 4; is < n; is = 2 * id - 1, id *= 4) {
+        for (int i0 = is; i0 <= n; i0 += id) {
+            const int i1 = i0 + 1;
+            Lane t = x(i0);
+            x(i0) = t + x(i1);
+            x(i1) = t - x(i1);
+            t = y(i0);
+            y(i0) = t + y(i1);
+            y(i1) = t - y(i1);
+        }
+    }
+
+    // Unscramble into natural order.
+    for (int i = n - 2; i >= 1; --i) {
+        const std::int32_t partner = bitReverse[i];
+        if (partner >= 0) {
+            const int j = partner / 2;
+            Lane t = x(j);
+            x(j) = x(i);
+            x(i) = t;
+            t = y(j);
+            y(j) = y(i);
+            y(i) = t;
+        }
+    }
+
+    if (direction < 0)
+        for (int e = 1; e <= n; ++e)
+            y(e) = -y(e);
+}
