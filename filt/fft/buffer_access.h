@@ -3,6 +3,8 @@
 // the private parts of kxFrequencyBuffer. Not installed.
 #include <kx/fft.h>
 
+#include <limits>
+
 struct kx_FrequencyBufferAccess {
     using Buffer = kxFrequencyBuffer;
 
@@ -54,4 +56,15 @@ inline long kf_PaddedSize(long value)
 inline bool kf_IsPowerOfTwo(long value)
 {
     return kf_PaddedSize(value) == value;
+}
+
+// Truncation toward zero to a 64-bit integer, as the pixel conversions use
+// it before keeping the low bits. NaN and values outside the 64-bit range,
+// undefined for a plain cast, give INT64_MIN (low bits all zero), the value
+// the hardware conversion produces.
+inline long long kf_TruncateToInt64(double value)
+{
+    if (!(value > -9223372036854775808.0 && value < 9223372036854775808.0))
+        return std::numeric_limits<long long>::min();
+    return static_cast<long long>(value);
 }

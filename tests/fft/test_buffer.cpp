@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "test_helpers.h"
+
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -11,22 +13,9 @@
 
 using Defs = kxFrequencyDefs;
 using Access = kx_FrequencyBufferAccess;
+using kxtest::expectError;
 
 namespace {
-
-// Expects `call` to throw exactly E with `message`.
-template <typename E>
-void expectError(const std::function<void()>& call, const char* message)
-{
-    try {
-        call();
-        ADD_FAILURE() << "no exception, expected: " << message;
-    } catch (const E& e) {
-        EXPECT_EQ(std::string(e.what()), message);
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "other exception: " << e.what();
-    }
-}
 
 const char* const kNotInit = "FrequencyBuffer has not been initialized";
 

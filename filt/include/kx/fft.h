@@ -150,3 +150,133 @@ private:
 // Buffer persistence: a version byte (1), the sizes, band, flag, transform,
 // offset and the data. See filt/fft/persistence.cpp for the format.
 KXFREQ_API kxArchive& operator||(kxArchive& archive, kxFrequencyBuffer& buffer);
+
+// ---------------------------------------------------------------------------
+// Forward transforms
+//
+// The image size is kept as the buffer's requested size and padded to powers
+// of two; the pixels are converted to float, the padding is zero, and the
+// spectrum is unscaled with the zero frequency at element (0, 0). The image's
+// offset and client transform are recorded in the buffer. An image with a
+// non-zero offset gives the same spectrum as its pixels at (0, 0).
+
+// Non-template workers behind kfForwardFFT.
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result);
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result);
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result);
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& realImage,
+                              const kxPelBuffer_const<unsigned char>& imagImage, kxFrequencyBuffer& result);
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& realImage,
+                              const kxPelBuffer_const<unsigned short>& imagImage, kxFrequencyBuffer& result);
+KXFREQ_API void kf_ForwardFFT(const kxPelBuffer_const<double>& realImage, const kxPelBuffer_const<double>& imagImage,
+                              kxFrequencyBuffer& result);
+
+// One real image (T = unsigned char, unsigned short or double).
+template <typename T>
+void kfForwardFFT(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
+{
+    kf_ForwardFFT(image, result);
+}
+
+// A real and an imaginary image of the same size and offset.
+template <typename T>
+void kfForwardFFT(const kxPelBuffer_const<T>& realImage, const kxPelBuffer_const<T>& imagImage,
+                  kxFrequencyBuffer& result)
+{
+    kf_ForwardFFT(realImage, imagImage, result);
+}
+
+// A buffer whose store holds spatial data (the output of an in-place
+// inverse) transformed again, padding included.
+KXFREQ_API void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result);
+
+// ---------------------------------------------------------------------------
+// Inverse transforms
+//
+// The result is the magnitude of the inverse divided by width x height of the
+// grid, cropped to the requested size, with the recorded offset and client
+// transform. 8- and 16-bit pixels keep the low bits of the rounded value (no
+// clamping); with `scale` the image's own range of magnitudes is stretched to
+// the full pixel range. A bound destination image receives only the pixels
+// that overlap it; an unbound one becomes the result.
+//
+// `inPlace` lets the transform overwrite the buffer's store instead of a
+// copy; the buffer then holds the spatial result, its element accessors
+// refuse access, and later inverse transforms of it reuse that result. The
+// forms taking a const buffer never change it.
+//
+// With a non-zero recorded offset the result is laid down with the periodic
+// copy before it takes that offset back; the 8-bit magnitude-with-angle path
+// starts that copy from offset (0, 0) and so returns the pixels in place,
+// the other paths return them shifted by the offset. Kept for compatibility.
+
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
+                              kxPelBuffer<double>* angle, bool scale, bool inPlace);
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
+                              kxPelBuffer<double>* angle, bool scale, bool inPlace);
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle,
+                              bool scale, bool inPlace);
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace);
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace);
+KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace);
+
+// Per element of a buffer holding spatial data: atan2f(im, re) in radians.
+KXFREQ_API void kf_ComputeAngleImage(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& angle);
+// Per element: 1 when the real part is negative, plus 2 when the imaginary
+// part is (-0 counts as not negative).
+KXFREQ_API void kf_ComputeQuadrantImage(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& quadrant);
+
+template <typename T>
+void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, bool scale, bool inPlace)
+{
+    kf_InverseFFT(buffer, image, static_cast<kxPelBuffer<double>*>(nullptr), scale, inPlace);
+}
+
+template <typename T>
+void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, bool scale)
+{
+    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, static_cast<kxPelBuffer<double>*>(nullptr), scale,
+                  false);
+}
+
+template <typename T>
+void kfInverseFFTAngle(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, kxPelBuffer<double>& angle, bool scale,
+                       bool inPlace)
+{
+    kf_InverseFFT(buffer, image, &angle, scale, inPlace);
+}
+
+template <typename T>
+void kfInverseFFTAngle(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, kxPelBuffer<double>& angle,
+                       bool scale)
+{
+    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, &angle, scale, false);
+}
+
+template <typename T>
+void kfInverseFFTQuadrant(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, kxPelBuffer<unsigned char>& quadrant,
+                          bool scale, bool inPlace)
+{
+    kf_InverseFFT(buffer, image, quadrant, scale, inPlace);
+}
+
+template <typename T>
+void kfInverseFFTQuadrant(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image,
+                          kxPelBuffer<unsigned char>& quadrant, bool scale)
+{
+    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, quadrant, scale, false);
+}
+
+// Real and imaginary parts as double images, scaled, no magnitude.
+KXFREQ_API void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kxPelBuffer<double>& imag,
+                             bool inPlace);
+KXFREQ_API void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& real,
+                             kxPelBuffer<double>& imag);
+
+// The unscaled inverse over the whole padded grid into another buffer, whose
+// masked and inverse-computed flags are cleared so that it stays readable.
+KXFREQ_API void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace);
+KXFREQ_API void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);

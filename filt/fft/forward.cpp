@@ -1,0 +1,140 @@
+// Forward transforms: images (or a buffer holding spatial data) to spectra.
+#include "fft/buffer_access.h"
+#include "fft/engine/engine.h"
+#include "fft/periodic_copy.h"
+
+#include <kx/fft.h>
+
+namespace {
+
+using Access = kx_FrequencyBufferAccess;
+
+// The pixels a forward transform reads: the image itself at offset (0, 0),
+// otherwise a zero-filled image of the padded size with the image's offset,
+// into which the periodic copy lays the image's pixels at its top-left.
+template <typename T>
+kxPelBuffer_const<T> pixelsToRead(const kxPelBuffer_const<T>& image, long paddedWidth, long paddedHeight)
+{
+    if (image.offset() == kxPair<long>(0, 0))
+        return image;
+    kxPelBuffer<T> padded(paddedWidth, paddedHeight, 32);
+    padded.offset(image.offset());
+    kfPelSet<T>(padded, T(0));
+    kf_PeriodicCopy<T>(image, padded, false);
+    return padded;
+}
+
+// Sizes the result and records the image's transform and offset.
+template <typename T>
+void prepareResult(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
+{
+    Access::setAndAllocate(result, image.width(), image.height());
+    Access::transform(result, image.xformCache());
+    Access::offset(result, image.offset());
+}
+
+// One image: samples packed as plain reals at the start of each row, the
+// row's remaining floats up to W written as zeros (one more for W = 1, the
+// imaginary part of the only element), then the real-input engine.
+template <typename T>
+void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
+{
+    if (!image.isBound())
+        throw kxFrequencyDefs::UnboundWindow();
+    prepareResult(image, result);
+    const long W = Access::paddedWidth(result);
+    const long H = Access::paddedHeight(result);
+    const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
+    const long zerosAfterRow = W == 1 ? 1 : 0;
+
+    float* row = Access::data(result);
+    const T* pixels = read.pointToOffset();
+    long y = 0;
+    for (; y < read.height(); ++y, row += 2 * W, pixels += read.rowUpdate()) {
+        long x = 0;
+        for (; x < read.width(); ++x)
+            row[x] = static_cast<float>(pixels[x]);
+        for (; x < W + zerosAfterRow; ++x)
+            row[x] = 0.0f;
+    }
+    for (; y < H; ++y, row += 2 * W)
+        for (long x = 0; x < W + zerosAfterRow; ++x)
+            row[x] = 0.0f;
+
+    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+}
+
+// Two images: interleaved (real, imaginary), the padding zeroed after, then
+// the complex engine.
+template <typename T>
+void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result)
+{
+    if (!real.isBound() || !imag.isBound())
+        throw kxFrequencyDefs::UnboundWindow();
+    if (real.width() != imag.width() || real.height() != imag.height() || real.offset() != imag.offset())
+        throw kxFrequencyDefs::InvalidSize("Real and Imaginary buffers must have the same size and offset.");
+    prepareResult(real, result);
+    const long W = Access::paddedWidth(result);
+    const long H = Access::paddedHeight(result);
+    const kxPelBuffer_const<T> re = pixelsToRead(real, W, H);
+    const kxPelBuffer_const<T> im = pixelsToRead(imag, W, H);
+
+    float* row = Access::data(result);
+    const T* rePixels = re.pointToOffset();
+    const T* imPixels = im.pointToOffset();
+    for (long y = 0; y < re.height(); ++y, row += 2 * W, rePixels += re.rowUpdate(), imPixels += im.rowUpdate())
+        for (long x = 0; x < re.width(); ++x) {
+            row[2 * x] = static_cast<float>(rePixels[x]);
+            row[2 * x + 1] = static_cast<float>(imPixels[x]);
+        }
+    kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
+
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+}
+
+}  // namespace
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result)
+{
+    forwardOne(image, result);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result)
+{
+    forwardOne(image, result);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result)
+{
+    forwardOne(image, result);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& real, const kxPelBuffer_const<unsigned char>& imag,
+                   kxFrequencyBuffer& result)
+{
+    forwardTwo(real, imag, result);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& real, const kxPelBuffer_const<unsigned short>& imag,
+                   kxFrequencyBuffer& result)
+{
+    forwardTwo(real, imag, result);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imag,
+                   kxFrequencyBuffer& result)
+{
+    forwardTwo(real, imag, result);
+}
+
+void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
+{
+    if (!Access::data(source))
+        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
+    result = source;
+    Access::inverseComputed(result, false);
+    Access::masked(result, 0);
+    const long W = Access::paddedWidth(result);
+    const long H = Access::paddedHeight(result);
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+}
