@@ -115,6 +115,15 @@ public:
     void putReal(long x, long y, double value, bool centered);
     void putImaginary(long x, long y, double value, bool centered);
 
+    // One component of every element as a double image of the padded size
+    // (padding included), in storage order or centred with the zero frequency
+    // at pixel (width()/2, height()/2). The magnitude is computed in single
+    // precision; the phase is atan2 in double, in (-pi, pi].
+    kxPelBuffer<double> getRealImage(bool centered) const;
+    kxPelBuffer<double> getImaginaryImage(bool centered) const;
+    kxPelBuffer<double> getMagnitudeImage(bool centered) const;
+    kxPelBuffer<double> getPhaseImage(bool centered) const;
+
 private:
     friend class kxFrequencyFilter;
     friend struct kx_FrequencyBufferAccess;
@@ -280,3 +289,32 @@ KXFREQ_API void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double
 // masked and inverse-computed flags are cleared so that it stays readable.
 KXFREQ_API void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace);
 KXFREQ_API void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);
+
+// ---------------------------------------------------------------------------
+// Frequency arithmetic, element by element over the whole padded store.
+// Buffers combine when their padded sizes agree. Any argument may be the same
+// object as another. Checks come before any change.
+
+// dst = dst x src (complex product)
+KXFREQ_API void kfFrequencyMultiply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);
+// result = a x b; result carries a's fields, or keeps b's when it is b.
+KXFREQ_API void kfFrequencyMultiply(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b,
+                                    kxFrequencyBuffer& result);
+KXFREQ_API void kfFrequencyAdd(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);
+KXFREQ_API void kfFrequencyAdd(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result);
+// dst = dst - src
+KXFREQ_API void kfFrequencySubtract(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);
+// result = a - b, always with a's fields (also when result is b).
+KXFREQ_API void kfFrequencySubtract(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b,
+                                    kxFrequencyBuffer& result);
+KXFREQ_API void kfFrequencyConjugate(kxFrequencyBuffer& buffer);
+KXFREQ_API void kfFrequencyConjugate(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst);
+
+// ---------------------------------------------------------------------------
+// Display mapping: a double image (usually a component image) to an 8-bit
+// image of the same size with the source's client transform. `low` and `high`
+// are read by eMapLinearRange only. Results outside 0..255 keep their low 8
+// bits unless the mapping clamps (eMapClip, eMapLinearRange).
+KXFREQ_API kxPelBuffer<unsigned char> kfFrequencyMapImage(const kxPelBuffer_const<double>& src,
+                                                          kxFrequencyDefs::FrequencyMapping mapping,
+                                                          double low = 0.0, double high = 0.0);

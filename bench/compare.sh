@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in Release, runs them, and prints a table of median
+# times: kxfreq beside FFTW (single precision) and OpenCV (one thread) on the
+# same operations and sizes, with kxfreq's time divided by each peer's.
+#
+#   bash bench/compare.sh [extra Google Benchmark flags]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+missing=()
+for p in cmake g++ pkg-config libbenchmark-dev libfftw3-dev libopencv-dev python3; do
+  dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo_cmd=""
+  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
+  $sudo_cmd apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}"
+fi
+
+build=build-bench
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DKXFREQ_BUILD_TESTS=OFF -DKXFREQ_BUILD_BENCH=ON > /dev/null
+cmake --build "$build" -j2 --target kxfreq_bench > /dev/null
+out="$build/bench.json"
+"$build/bench/kxfreq_bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+  --benchmark_format=json --benchmark_out="$out" --benchmark_out_format=json "$@" > /dev/null
+
+python3 - "$out" <<'PY'
+import json, sys
+data = json.load(open(sys.argv[1]))
+medians = {}
+for b in data["benchmarks"]:
+    if b.get("aggregate_name") != "median":
+        continue
+    op, lib, w, h = b["run_name"].split("/")
+    medians[(op, f"{w} x {h}", lib)] = b["real_time"]
+# Which peer operation each kxfreq operation is compared with.
+peers = {
+    "forward_real": {"fftw": "forward_real", "opencv": "forward_real"},
+    "forward_complex": {"fftw": "forward_complex", "opencv": "forward_complex"},
+    "inverse_to_8bit": {"fftw": "inverse_complex", "opencv": "inverse_real"},
+    "inverse_to_double": {"fftw": "inverse_complex", "opencv": "inverse_real"},
+}
+ctx = data["context"]
+print(f"host: {ctx.get('host_name', '?')}, {ctx.get('num_cpus', '?')} CPUs at {ctx.get('mhz_per_cpu', '?')} MHz")
+print()
+print("| operation | size | kxfreq (us) | FFTW (us) | OpenCV (us) | kxfreq / FFTW | kxfreq / OpenCV |")
+print("|---|---|---:|---:|---:|---:|---:|")
+sizes = ["256 x 256", "512 x 512", "1024 x 1024", "2048 x 2048", "2048 x 8"]
+for op, peer in peers.items():
+    for size in sizes:
+        ours = medians.get((op, size, "kxfreq"))
+        if ours is None:
+            continue
+        cells = [f"{ours:.1f}"]
+        ratios = []
+        for lib in ("fftw", "opencv"):
+            t = medians.get((peer[lib], size, lib))
+            cells.append(f"{t:.1f}" if t else "n/a")
+            ratios.append(f"{ours / t:.2f}" if t else "n/a")
+        print(f"| {op} | {size} | " + " | ".join(cells + ratios) + " |")
+PY

@@ -1,0 +1,62 @@
+// OpenCV's cv::dft / cv::idft on one thread, on the same operations.
+#include "sizes.h"
+
+#include <benchmark/benchmark.h>
+#include <opencv2/core.hpp>
+
+namespace {
+
+cv::Mat pixels(int w, int h)
+{
+    cv::Mat image(h, w, CV_8U);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            image.at<unsigned char>(y, x) = static_cast<unsigned char>((x * 31 + y * 17 + x * y) % 251);
+    return image;
+}
+
+void realForward(benchmark::State& state)
+{
+    cv::setNumThreads(1);
+    const cv::Mat image = pixels(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    cv::Mat input, spectrum;
+    for (auto _ : state) {
+        image.convertTo(input, CV_32F);
+        cv::dft(input, spectrum, cv::DFT_COMPLEX_OUTPUT);
+        benchmark::DoNotOptimize(spectrum.data);
+    }
+}
+
+void complexForward(benchmark::State& state)
+{
+    cv::setNumThreads(1);
+    const cv::Mat image = pixels(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    cv::Mat part, input, spectrum;
+    for (auto _ : state) {
+        image.convertTo(part, CV_32F);
+        cv::Mat planes[] = {part, part};
+        cv::merge(planes, 2, input);
+        cv::dft(input, spectrum);
+        benchmark::DoNotOptimize(spectrum.data);
+    }
+}
+
+// Inverse to a real image, scaled: the closest peer of an inverse to pixels.
+void inverseReal(benchmark::State& state)
+{
+    cv::setNumThreads(1);
+    const cv::Mat image = pixels(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    cv::Mat input, spectrum, result;
+    image.convertTo(input, CV_32F);
+    cv::dft(input, spectrum, cv::DFT_COMPLEX_OUTPUT);
+    for (auto _ : state) {
+        cv::idft(spectrum, result, cv::DFT_SCALE | cv::DFT_REAL_OUTPUT);
+        benchmark::DoNotOptimize(result.data);
+    }
+}
+
+}  // namespace
+
+BENCHMARK(realForward)->Name("forward_real/opencv")->Apply(kxBenchSizes);
+BENCHMARK(complexForward)->Name("forward_complex/opencv")->Apply(kxBenchSizes);
+BENCHMARK(inverseReal)->Name("inverse_real/opencv")->Apply(kxBenchSizes);

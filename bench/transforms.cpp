@@ -1,0 +1,66 @@
+// kxfreq's forward and inverse transforms. Names follow the pattern
+// <operation>/<width>/<height> so that compare.sh can line them up with the
+// peers' timings of the same operation.
+#include "sizes.h"
+
+#include <kx/fft.h>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+template <typename T>
+kxPelBuffer<T> benchImage(long w, long h)
+{
+    kxPelBuffer<T> image(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x)
+            image(x, y) = static_cast<T>((x * 31 + y * 17 + x * y) % 251);
+    return image;
+}
+
+void forwardReal8(benchmark::State& state)
+{
+    const auto image = benchImage<unsigned char>(state.range(0), state.range(1));
+    kxFrequencyBuffer spectrum;
+    for (auto _ : state) {
+        kfForwardFFT<unsigned char>(image, spectrum);
+        benchmark::DoNotOptimize(spectrum);
+    }
+}
+
+void forwardComplex(benchmark::State& state)
+{
+    const auto re = benchImage<unsigned char>(state.range(0), state.range(1));
+    const auto im = benchImage<unsigned char>(state.range(0), state.range(1));
+    kxFrequencyBuffer spectrum;
+    for (auto _ : state) {
+        kfForwardFFT<unsigned char>(re, im, spectrum);
+        benchmark::DoNotOptimize(spectrum);
+    }
+}
+
+// The const form: each run transforms a private copy of the spectrum, as an
+// application that keeps its frequency data would.
+template <typename T>
+void inverseTo(benchmark::State& state)
+{
+    const auto image = benchImage<T>(state.range(0), state.range(1));
+    kxFrequencyBuffer spectrum;
+    kfForwardFFT<T>(image, spectrum);
+    const kxFrequencyBuffer& frozen = spectrum;
+    kxPelBuffer<T> result(state.range(0), state.range(1));
+    for (auto _ : state) {
+        kfInverseFFT<T>(frozen, result, false);
+        benchmark::DoNotOptimize(result.pointToOffset());
+    }
+}
+
+}  // namespace
+
+BENCHMARK(forwardReal8)->Name("forward_real/kxfreq")->Apply(kxBenchSizes);
+BENCHMARK(forwardComplex)->Name("forward_complex/kxfreq")->Apply(kxBenchSizes);
+BENCHMARK(inverseTo<unsigned char>)->Name("inverse_to_8bit/kxfreq")->Apply(kxBenchSizes);
+BENCHMARK(inverseTo<double>)->Name("inverse_to_double/kxfreq")->Apply(kxBenchSizes);
+
+BENCHMARK_MAIN();

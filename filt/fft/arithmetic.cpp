@@ -1,0 +1,179 @@
+// Element-wise arithmetic on spectra. Only the data change: the destination
+// keeps its requested size, transform, offset and masked band. Sizes are
+// compared by padded size only, so buffers from images of different sizes
+// that pad alike combine element by element.
+#include "fft/buffer_access.h"
+
+#include <kx/fft.h>
+
+namespace {
+
+using Access = kx_FrequencyBufferAccess;
+
+void needData(const kxFrequencyBuffer& b)
+{
+    if (!Access::data(b))
+        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
+}
+
+void needFrequencyData(const kxFrequencyBuffer& b)
+{
+    if (Access::inverseComputed(b))
+        throw kxFrequencyDefs::InvalidBuffer("Cannot access frequency data once inverse has been computed.");
+}
+
+void needSameSize(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* message)
+{
+    if (a.width() != b.width() || a.height() != b.height())
+        throw kxFrequencyDefs::InvalidSize(message);
+}
+
+const char* const kMultiplySize = "Can only multiply equal-sized frequency buffers.";
+const char* const kAddSize = "Can only add equal-sized frequency buffers.";
+const char* const kSubtractSize = "Can only subtract equal-sized frequency buffers.";
+
+// dst = op(dst, src) over every element of the padded store. src may be dst.
+template <typename Op>
+void combine(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst, Op op)
+{
+    const long count = Access::paddedWidth(dst) * Access::paddedHeight(dst);
+    const float* s = Access::data(src);
+    float* d = Access::data(dst);
+    for (long i = 0; i < count; ++i, s += 2, d += 2) {
+        const float sr = s[0], si = s[1];
+        op(d[0], d[1], sr, si);
+    }
+}
+
+void multiplyElements(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    combine(src, dst, [](float& dr, float& di, float sr, float si) {
+        const float re = dr * sr - di * si;
+        di = di * sr + dr * si;
+        dr = re;
+    });
+}
+
+void addElements(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    combine(src, dst, [](float& dr, float& di, float sr, float si) {
+        dr += sr;
+        di += si;
+    });
+}
+
+void subtractElements(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    combine(src, dst, [](float& dr, float& di, float sr, float si) {
+        dr -= sr;
+        di -= si;
+    });
+}
+
+// The checks of the result forms of multiply and add: a data, b data, a
+// flag, b flag, size.
+void checkOperands(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* sizeMessage)
+{
+    needData(a);
+    needData(b);
+    needFrequencyData(a);
+    needFrequencyData(b);
+    needSameSize(a, b, sizeMessage);
+}
+
+// result = a (op) b for a commutative op: when result is b, b takes a in
+// place and keeps its own fields; otherwise result becomes a copy of a.
+template <typename Elements>
+void commutativeResult(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result,
+                       Elements elements)
+{
+    if (&result == &b) {
+        elements(a, result);
+        return;
+    }
+    if (&result != &a)
+        result = a;
+    elements(b, result);
+}
+
+}  // namespace
+
+void kfFrequencyMultiply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    needData(dst);
+    needData(src);
+    needSameSize(src, dst, kMultiplySize);
+    needFrequencyData(src);
+    needFrequencyData(dst);
+    multiplyElements(src, dst);
+}
+
+void kfFrequencyAdd(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    needData(dst);
+    needData(src);
+    needFrequencyData(src);
+    needFrequencyData(dst);
+    needSameSize(src, dst, kAddSize);
+    addElements(src, dst);
+}
+
+void kfFrequencySubtract(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    needData(dst);
+    needData(src);
+    needFrequencyData(src);
+    needFrequencyData(dst);
+    needSameSize(src, dst, kSubtractSize);
+    subtractElements(src, dst);
+}
+
+void kfFrequencyMultiply(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
+{
+    checkOperands(a, b, kMultiplySize);
+    commutativeResult(a, b, result, multiplyElements);
+}
+
+void kfFrequencyAdd(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
+{
+    checkOperands(a, b, kAddSize);
+    commutativeResult(a, b, result, addElements);
+}
+
+// Always a - b with a's fields, also when result is b.
+void kfFrequencySubtract(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
+{
+    needData(a);
+    needData(b);
+    needSameSize(a, b, kSubtractSize);
+    needFrequencyData(a);
+    needFrequencyData(b);
+    if (&result == &b) {
+        const kxFrequencyBuffer subtrahend = b;
+        result = a;
+        subtractElements(subtrahend, result);
+        return;
+    }
+    if (&result != &a)
+        result = a;
+    subtractElements(b, result);
+}
+
+void kfFrequencyConjugate(kxFrequencyBuffer& buffer)
+{
+    needData(buffer);
+    needFrequencyData(buffer);
+    const long count = Access::paddedWidth(buffer) * Access::paddedHeight(buffer);
+    float* d = Access::data(buffer);
+    for (long i = 0; i < count; ++i)
+        d[2 * i + 1] = -d[2 * i + 1];
+}
+
+void kfFrequencyConjugate(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
+{
+    needData(src);
+    needFrequencyData(src);
+    if (&src != &dst)
+        dst = src;
+    kfFrequencyConjugate(dst);
+}
