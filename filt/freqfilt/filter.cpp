@@ -1,0 +1,142 @@
+#include "fft/buffer_access.h"
+#include "freqfilt/filter_support.h"
+
+#include <kx/freqfilt.h>
+
+#include <cstdint>
+
+const char* const kf_BufferNotInitialized = "FrequencyBuffer has not been initialized";
+const char* const kf_FilterNotInitialized = "FrequencyFilter has not been initialized";
+const char* const kf_SizeMismatch = "Size of frequency buffer does not match size of filter.";
+
+kxFrequencyFilter::kxFrequencyFilter() : initialized_(false) {}
+
+kxFrequencyFilter::kxFrequencyFilter(const kxFrequencyFilter&) : kxPersistent(), kxRepBase(), initialized_(false) {}
+
+kxFrequencyFilter& kxFrequencyFilter::operator=(const kxFrequencyFilter& other)
+{
+    initialized_ = other.initialized_;
+    return *this;
+}
+
+kxFrequencyFilter::~kxFrequencyFilter() = default;
+
+bool kxFrequencyFilter::isInitialized() const { return initialized_; }
+
+void kxFrequencyFilter::dispatchSerialize(kxArchive& archive)
+{
+    kf_DispatchFilter(archive, this, sizeof(kxFrequencyFilter),
+                      [&](unsigned char version) { kxFrequencyFilter::serialize_(archive, version); });
+}
+
+void kxFrequencyFilter::serialize_(kxArchive& archive, unsigned char version)
+{
+    if (version != 0)
+        throw kxArchive::UnknownVersion("filt/freqfilt", __LINE__);
+    kxPersistent::dispatchSerialize(archive);
+    archive || initialized_;
+}
+
+void kxFrequencyFilter::setAndAllocateFrequencyBuffer(kxFrequencyBuffer& buffer, long width, long height)
+{
+    buffer.setAndAllocate(width, height);
+}
+
+void kxFrequencyFilter::maskFrequencyBuffer(kxFrequencyBuffer& buffer, bool masked, long firstRow, long lastRow)
+{
+    buffer.masked(masked ? 1 : 0);
+    buffer.maskedMiny(firstRow);
+    buffer.maskedMaxy(lastRow);
+}
+
+float* kxFrequencyFilter::getFrequencyBufferData(kxFrequencyBuffer& buffer) { return buffer.data(); }
+
+const float* kxFrequencyFilter::getFrequencyBufferData(const kxFrequencyBuffer& buffer) { return buffer.data(); }
+
+void kf_RequireBufferData(const float* data)
+{
+    if (!data)
+        throw kxFrequencyDefs::Uninitialized(kf_BufferNotInitialized);
+}
+
+void kf_RequireTransferFunction(const void* table)
+{
+    if (!table)
+        throw kxFrequencyDefs::Uninitialized(kf_FilterNotInitialized);
+}
+
+void kf_RequireFilterSize(const kxFrequencyBuffer& buffer, const kxPair<long>& size)
+{
+    if (buffer.width() != size.x())
+        throw kxFrequencyDefs::InvalidSize(kf_SizeMismatch);
+    if (buffer.height() != size.y())
+        throw kxFrequencyDefs::InvalidSize(kf_SizeMismatch);
+}
+
+void kf_RequirePowerOfTwoSize(const kxPair<long>& size)
+{
+    if (!kf_IsPowerOfTwo(size.x()))
+        throw kxFrequencyDefs::InvalidSize("Size must be a power of 2.");
+    if (!kf_IsPowerOfTwo(size.y()))
+        throw kxFrequencyDefs::InvalidSize("Size must be a power of 2.");
+}
+
+float* kf_AlignedTable(std::vector<float>& store, std::size_t count, std::size_t spare)
+{
+    store.resize(count + spare);
+    std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store.data());
+    address = (address + 15) & ~static_cast<std::uintptr_t>(15);
+    return reinterpret_cast<float*>(address);
+}
+
+void kf_ClearDcSquare(kxFrequencyBuffer& buffer, long radius)
+{
+    const long r = radius - 1;
+    for (long y = -r; y <= r; ++y)
+        for (long x = -r; x <= r; ++x) {
+            buffer.putReal(x, y, 0.0, true);
+            buffer.putImaginary(x, y, 0.0, true);
+        }
+}
+
+std::vector<kxPair<double>> kf_SaveDcSquare(const kxFrequencyBuffer& buffer, long radius)
+{
+    std::vector<kxPair<double>> saved;
+    if (radius == 0)
+        return saved;
+    saved.reserve(static_cast<std::size_t>(radius) * static_cast<std::size_t>(radius));
+    const long r = radius - 1;
+    for (long y = -r; y <= r; ++y)
+        for (long x = -r; x <= r; ++x)
+            saved.push_back(buffer.get(x, y, true));
+    return saved;
+}
+
+void kf_RestoreDcSquare(kxFrequencyBuffer& buffer, long radius, const std::vector<kxPair<double>>& saved)
+{
+    if (radius == 0)
+        return;
+    const long r = radius - 1;
+    std::size_t i = 0;
+    for (long y = -r; y <= r; ++y)
+        for (long x = -r; x <= r; ++x)
+            buffer.put(x, y, saved[i++], true);
+}
+
+float* kf_LoadTable(std::vector<float>& store, bool hasTable, unsigned long expected,
+                    const std::vector<float>& loaded)
+{
+    if (!hasTable) {
+        if (!loaded.empty())
+            throw kxArchive::Error("kxFrequencyFilter: gains stored for a filter without a table");
+        store.clear();
+        store.shrink_to_fit();
+        return nullptr;
+    }
+    if (expected == 0 || loaded.size() < expected)
+        throw kxArchive::Error("kxFrequencyFilter: stored gain table does not match its stored size");
+    float* table = kf_AlignedTable(store, loaded.size(), 3);
+    std::fill(store.begin(), store.end(), 0.0f);
+    std::copy(loaded.begin(), loaded.end(), table);
+    return table;
+}
