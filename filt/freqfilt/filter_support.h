@@ -59,3 +59,4 @@ bool kf_Differs(const T& a, const T& b)
     return a != b;
 }
 inline bool kf_Differs(double a, double b) { return a < b || a > b; }
+inline bool kf_Differs(float a, float b) { return a < b || a > b; }

@@ -190,6 +190,101 @@ private:
     kx_GaborState state_;
 };
 
+// A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
+// the radial frequency `frequency` (cycles per pixel), Gaussian flanks of
+// standard deviation `sigma` on both sides, zero far from the ring. Distances
+// are in horizontal frequency bins with the vertical axis rescaled by the
+// aspect ratio, so the ring is a circle in cycles per pixel. A square of
+// (2 dcRemovalRadius - 1) frequencies around the zero frequency is cleared.
+// The filter stores a one-dimensional profile oversampled 32 times.
+class KXFREQ_API kxFrequencyFilterBandPass : public kxFrequencyFilter {
+public:
+    kxFrequencyFilterBandPass();
+    kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
+    kxFrequencyFilterBandPass(const kxFrequencyFilterBandPass& other);
+    kxFrequencyFilterBandPass& operator=(const kxFrequencyFilterBandPass& other);
+    ~kxFrequencyFilterBandPass() override;
+
+    kxFrequencyFilter* clone() const override;
+    bool operator==(const kxFrequencyFilterBandPass& other) const;
+
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
+
+    void sigma(double value);
+    void plateau(double value);
+    void frequency(double value);
+    void size(const kxPair<long>& value);
+    void dcRemovalRadius(long value);
+
+    double sigma() const;
+    double plateau() const;
+    double frequency() const;
+    kxPair<long> size() const;
+    long dcRemovalRadius() const;
+    // Length of the radial profile in frequency bins.
+    long supportWidth() const;
+
+    void apply(kxFrequencyBuffer& buffer) const override;
+    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
+
+protected:
+    void dispatchSerialize(kxArchive& archive) override;
+    void serialize_(kxArchive& archive, unsigned char version) override;
+
+private:
+    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
+    static kxPersistent* make();
+    static kx_Instantiator sExemplar;
+
+    kx_RadialState state_;
+};
+
+// The complement of the band-pass filter: frequencies on the ring are
+// suppressed (gain 1 - band-pass gain), every other frequency is left as it
+// is, and a square of (2 dcProtectionRadius - 1) frequencies around the zero
+// frequency keeps its values.
+class KXFREQ_API kxFrequencyFilterBandReject : public kxFrequencyFilter {
+public:
+    kxFrequencyFilterBandReject();
+    kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
+    kxFrequencyFilterBandReject(const kxFrequencyFilterBandReject& other);
+    kxFrequencyFilterBandReject& operator=(const kxFrequencyFilterBandReject& other);
+    ~kxFrequencyFilterBandReject() override;
+
+    kxFrequencyFilter* clone() const override;
+    bool operator==(const kxFrequencyFilterBandReject& other) const;
+
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
+
+    void sigma(double value);
+    void plateau(double value);
+    void frequency(double value);
+    void size(const kxPair<long>& value);
+    void dcProtectionRadius(long value);
+
+    double sigma() const;
+    double plateau() const;
+    double frequency() const;
+    kxPair<long> size() const;
+    long dcProtectionRadius() const;
+    // Length of the radial profile in frequency bins.
+    long supportWidth() const;
+
+    void apply(kxFrequencyBuffer& buffer) const override;
+    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
+
+protected:
+    void dispatchSerialize(kxArchive& archive) override;
+    void serialize_(kxArchive& archive, unsigned char version) override;
+
+private:
+    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
+    static kxPersistent* make();
+    static kx_Instantiator sExemplar;
+
+    kx_RadialState state_;
+};
+
 // A filter whose transfer function is a whole frequency buffer given by the
 // caller: apply() multiplies element by element. An empty filter reports
 // "FrequencyBuffer has not been initialized".
