@@ -72,14 +72,8 @@ void passBand(const kx_RadialState& state, const float* in, kxFrequencyBuffer& o
 {
     kf_RadialWalk(
         state, out.width(), out.height(), in, outData,
-        [](const float* s, float* d, float gain) {
-            d[0] = s[0] * gain;
-            d[1] = s[1] * gain;
-        },
-        [](const float*, float* d) {
-            d[0] = 0.0f;
-            d[1] = 0.0f;
-        });
+        kf_ScaleElement,
+        kf_ClearElement);
     if (state.dcRadius != 0)
         kf_ClearDcSquare(out, state.dcRadius);
 }

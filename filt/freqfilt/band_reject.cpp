@@ -75,14 +75,8 @@ void rejectBand(const kx_RadialState& state, const float* in, kxFrequencyBuffer&
 {
     kf_RadialWalk(
         state, out.width(), out.height(), in, outData,
-        [](const float* s, float* d, float gain) {
-            d[0] = s[0] * gain;
-            d[1] = s[1] * gain;
-        },
-        [](const float* s, float* d) {
-            d[0] = s[0];
-            d[1] = s[1];
-        });
+        kf_ScaleElement,
+        kf_CopyElement);
 }
 
 }  // namespace

@@ -60,3 +60,21 @@ bool kf_Differs(const T& a, const T& b)
 }
 inline bool kf_Differs(double a, double b) { return a < b || a > b; }
 inline bool kf_Differs(float a, float b) { return a < b || a > b; }
+
+// What the filters do to one element (a (real, imaginary) float pair) as they
+// walk a buffer: scale it by a gain, clear it, or copy it.
+inline void kf_ScaleElement(const float* src, float* dst, float gain)
+{
+    dst[0] = src[0] * gain;
+    dst[1] = src[1] * gain;
+}
+inline void kf_ClearElement(const float*, float* dst)
+{
+    dst[0] = 0.0f;
+    dst[1] = 0.0f;
+}
+inline void kf_CopyElement(const float* src, float* dst)
+{
+    dst[0] = src[0];
+    dst[1] = src[1];
+}

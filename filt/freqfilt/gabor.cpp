@@ -80,14 +80,8 @@ void passFilter(const kx_GaborState& state, const float* in, kxFrequencyBuffer& 
     mask(out, true, rect.top, rect.bottom);
     kf_GaborWalk(
         state, rect, W, H, in, outData,
-        [](const float* s, float* d, float gain) {
-            d[0] = s[0] * gain;
-            d[1] = s[1] * gain;
-        },
-        [](const float*, float* d) {
-            d[0] = 0.0f;
-            d[1] = 0.0f;
-        });
+        kf_ScaleElement,
+        kf_ClearElement);
     if (state.dcRadius != 0)
         kf_ClearDcSquare(out, state.dcRadius);
 }

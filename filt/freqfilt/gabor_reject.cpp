@@ -82,14 +82,8 @@ void rejectFilter(const kx_GaborState& state, const float* in, kxFrequencyBuffer
     const long W = out.width(), H = out.height();
     kf_GaborWalk(
         state, kf_GaborRectangle(state, W, H), W, H, in, outData,
-        [](const float* s, float* d, float gain) {
-            d[0] = s[0] * gain;
-            d[1] = s[1] * gain;
-        },
-        [](const float* s, float* d) {
-            d[0] = s[0];
-            d[1] = s[1];
-        });
+        kf_ScaleElement,
+        kf_CopyElement);
 }
 
 }  // namespace
