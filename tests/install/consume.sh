@@ -17,4 +17,8 @@ if command -v pkg-config > /dev/null; then
   c++ -std=c++17 "$consumer/main.cpp" $flags -o "$work/consumer-pc"
   LD_LIBRARY_PATH="$work/prefix/lib:${LD_LIBRARY_PATH:-}" "$work/consumer-pc"
 fi
+# The installed tool finds its libraries without any environment.
+if [ -x "$work/prefix/bin/kxfreq" ]; then
+  "$work/prefix/bin/kxfreq" --version
+fi
 echo "install and consume: ok"

@@ -1,0 +1,181 @@
+#include "image_io.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+using namespace kxio;
+
+namespace {
+
+std::string temp(const std::string& name) { return ::testing::TempDir() + "kxio_" + name; }
+
+std::vector<char> bytesOf(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<char>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const std::string& path, const std::vector<char>& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+GreyImage sample8()
+{
+    kxPelBuffer<unsigned char> p(7, 5);
+    for (long y = 0; y < 5; ++y)
+        for (long x = 0; x < 7; ++x)
+            p(x, y) = static_cast<unsigned char>(x * 30 + y * 7);
+    return makeImage8(p);
+}
+
+GreyImage sample16()
+{
+    kxPelBuffer<unsigned short> p(6, 4);
+    for (long y = 0; y < 4; ++y)
+        for (long x = 0; x < 6; ++x)
+            p(x, y) = static_cast<unsigned short>(x * 10000 + y * 123 + 1);
+    return makeImage16(p);
+}
+
+void expectSame(const GreyImage& a, const GreyImage& b)
+{
+    ASSERT_EQ(a.bits, b.bits);
+    ASSERT_EQ(a.width(), b.width());
+    ASSERT_EQ(a.height(), b.height());
+    for (long y = 0; y < a.height(); ++y)
+        for (long x = 0; x < a.width(); ++x)
+            ASSERT_EQ(a.bits == 8 ? a.pixels8(x, y) : a.pixels16(x, y), b.bits == 8 ? b.pixels8(x, y) : b.pixels16(x, y));
+}
+
+}  // namespace
+
+TEST(ImageIO, RoundTripsEveryFormatAndDepth)
+{
+    for (const GreyImage& image : {sample8(), sample16()}) {
+        for (Format format : {Format::Pgm, Format::PgmAscii, Format::Png}) {
+            if (format == Format::Png && !pngSupported())
+                continue;
+            const std::string path = temp(format == Format::Png ? "rt.png" : "rt.pgm");
+            writeImage(path, image, format);
+            expectSame(readImage(path), image);
+            std::remove(path.c_str());
+        }
+    }
+}
+
+TEST(ImageIO, ReadsCommentsAndSmallMaxvals)
+{
+    const std::string path = temp("comment.pgm");
+    const std::string text = "P2\n# a comment\n3 1 # width height\n15\n0 7 15\n";
+    writeBytes(path, std::vector<char>(text.begin(), text.end()));
+    const GreyImage image = readImage(path);
+    EXPECT_EQ(image.bits, 8);
+    EXPECT_EQ(image.pixels8(2, 0), 15);
+    const std::string big = "P2\n1 1\n15\n16\n";
+    writeBytes(path, std::vector<char>(big.begin(), big.end()));
+    EXPECT_THROW(readImage(path), ImageError);   // above the maximum value
+    std::remove(path.c_str());
+}
+
+TEST(ImageIO, TruncatedAndCorruptFilesAreRefusedCleanly)
+{
+    std::vector<std::string> formats{"pgm"};
+    if (pngSupported())
+        formats.push_back("png");
+    for (const std::string& ext : formats) {
+        const std::string path = temp("full." + ext);
+        writeImage(path, sample16(), ext == "png" ? Format::Png : Format::Pgm);
+        const std::vector<char> full = bytesOf(path);
+        const std::string cutPath = temp("cut." + ext);
+        for (std::size_t cut = 0; cut < full.size(); cut += std::max<std::size_t>(1, full.size() / 23)) {
+            writeBytes(cutPath, std::vector<char>(full.begin(), full.begin() + cut));
+            try {
+                readImage(cutPath);
+                ADD_FAILURE() << ext << " cut at " << cut << " was read";
+            } catch (const ImageError& e) {
+                EXPECT_NE(std::string(e.what()).find(cutPath), std::string::npos);
+            }
+        }
+        // A flipped byte in the data of a PNG breaks its checksum.
+        if (ext == "png") {
+            std::vector<char> flipped = full;
+            flipped[full.size() / 2] ^= 0x55;
+            writeBytes(cutPath, flipped);
+            EXPECT_THROW(readImage(cutPath), ImageError);
+        }
+        std::remove(path.c_str());
+        std::remove(cutPath.c_str());
+    }
+}
+
+TEST(ImageIO, HugeAnnouncedSizesAreRefusedBeforeAllocating)
+{
+    const std::string path = temp("huge.pgm");
+    const std::string text = "P5\n100000 100000\n255\n";
+    writeBytes(path, std::vector<char>(text.begin(), text.end()));
+    EXPECT_THROW(readImage(path), ImageError);
+    const std::string zero = "P5\n0 5\n255\n";
+    writeBytes(path, std::vector<char>(zero.begin(), zero.end()));
+    EXPECT_THROW(readImage(path), ImageError);
+    std::remove(path.c_str());
+}
+
+TEST(ImageIO, MissingFilesAndUnknownFormats)
+{
+    try {
+        readImage(temp("does-not-exist.pgm"));
+        FAIL();
+    } catch (const ImageError& e) {
+        EXPECT_NE(std::string(e.what()).find("cannot open"), std::string::npos);
+    }
+    EXPECT_THROW(formatFor("picture.tif"), ImageError);
+    EXPECT_EQ(formatFor("A.PNG"), Format::Png);
+    EXPECT_EQ(formatFor("a.pnm"), Format::Pgm);
+}
+
+TEST(ImageIO, FailedWritesLeaveNoFile)
+{
+    const std::string path = ::testing::TempDir() + "no-such-directory/out.pgm";
+    EXPECT_THROW(writeImage(path, sample8()), ImageError);
+    EXPECT_FALSE(std::ifstream(path).good());
+    EXPECT_FALSE(std::ifstream(path + ".partial").good());
+}
+
+#ifdef KXIO_TEST_PNG
+#include <png.h>
+
+// A colour PNG written with libpng directly is read as grey, with a notice.
+TEST(ImageIO, ColourPngIsConvertedToGreyWithANotice)
+{
+    const std::string path = temp("colour.png");
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file);
+    png_set_IHDR(png, info, 2, 1, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    unsigned char row[6] = {200, 200, 200, 0, 0, 0};   // a grey and a black pixel
+    png_write_row(png, row);
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+
+    std::string notice;
+    const GreyImage image = readImage(path, [&](const std::string& n) { notice = n; });
+    EXPECT_EQ(image.bits, 8);
+    EXPECT_EQ(image.width(), 2);
+    EXPECT_EQ(image.pixels8(0, 0), 200);
+    EXPECT_EQ(image.pixels8(1, 0), 0);
+    EXPECT_NE(notice.find("colour image converted to grey"), std::string::npos);
+    std::remove(path.c_str());
+}
+#endif
