@@ -49,7 +49,7 @@ namespace {
 
 enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded };
 
-struct FilterSpec {
+struct FilterChoice {
     Kind kind;
     std::pair<double, double> sigma, plateau;
     double angleDegrees, frequency;
@@ -57,27 +57,27 @@ struct FilterSpec {
     std::shared_ptr<const kxFrequencyFilter> loaded;
 };
 
-std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterSpec& spec, const kxPair<long>& size)
+std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
 {
-    const kxPair<double> sigma(spec.sigma.first, spec.sigma.second);
-    const kxPair<double> plateau(spec.plateau.first, spec.plateau.second);
-    const kxRadian angle(spec.angleDegrees * 3.141592653589793 / 180.0);
-    switch (spec.kind) {
+    const kxPair<double> sigma(choice.sigma.first, choice.sigma.second);
+    const kxPair<double> plateau(choice.plateau.first, choice.plateau.second);
+    const kxRadian angle(choice.angleDegrees * 3.141592653589793 / 180.0);
+    switch (choice.kind) {
     case Kind::Gabor:
-        return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, spec.frequency, size, spec.dcRadius);
+        return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size, choice.dcRadius);
     case Kind::GaborReject:
-        return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, spec.frequency, size,
-                                                              spec.dcRadius);
+        return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
+                                                              choice.dcRadius);
     case Kind::BandPass:
-        return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), spec.frequency, size,
-                                                           spec.dcRadius);
+        return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                           choice.dcRadius);
     case Kind::BandReject:
-        return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), spec.frequency, size,
-                                                             spec.dcRadius);
+        return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                             choice.dcRadius);
     case Kind::Loaded:
         break;
     }
-    return std::unique_ptr<kxFrequencyFilter>(spec.loaded->clone());
+    return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
 }
 
 kxPair<long> paddedSize(const kxio::GreyImage& image)
@@ -128,11 +128,11 @@ void saveFilter(const std::string& path, const kxFrequencyFilter& filter)
     }
 }
 
-void filterOne(const std::string& in, const std::string& out, const FilterSpec& spec, bool scale)
+void filterOne(const std::string& in, const std::string& out, const FilterChoice& choice, bool scale)
 {
     const kxio::GreyImage image = readInput(in);
     const kxPair<long> size = paddedSize(image);
-    const std::unique_ptr<kxFrequencyFilter> filter = makeFilter(spec, size);
+    const std::unique_ptr<kxFrequencyFilter> filter = makeFilter(choice, size);
     kxFrequencyBuffer spectrum;
     forward(image, spectrum);
     try {
@@ -184,22 +184,22 @@ int runFilter(const std::vector<std::string>& args)
     if (output.empty())
         throw UsageError("an output is needed (-o OUT_OR_DIR)");
 
-    FilterSpec spec{};
+    FilterChoice choice{};
     int chosen = 0;
     for (auto [flag, kind] : {std::pair<const char*, Kind>{"--gabor", Kind::Gabor}, {"--gabor-reject", Kind::GaborReject},
                               {"--band-pass", Kind::BandPass}, {"--band-reject", Kind::BandReject},
                               {"--load", Kind::Loaded}})
         if (options.has(flag)) {
-            spec.kind = kind;
+            choice.kind = kind;
             ++chosen;
         }
     if (chosen != 1)
         throw UsageError("give exactly one filter: --gabor, --gabor-reject, --band-pass, --band-reject or --load FILE");
-    spec.sigma = options.pair("--sigma", 0.01);
-    spec.plateau = options.pair("--plateau", 0.0);
-    spec.angleDegrees = options.number("--angle", 0.0);
-    spec.frequency = options.number("--frequency", 0.1);
-    spec.dcRadius = options.integer("--dc-radius", 0);
+    choice.sigma = options.pair("--sigma", 0.01);
+    choice.plateau = options.pair("--plateau", 0.0);
+    choice.angleDegrees = options.number("--angle", 0.0);
+    choice.frequency = options.number("--frequency", 0.1);
+    choice.dcRadius = options.integer("--dc-radius", 0);
     const long jobs = options.integer("--jobs", 1);
     if (jobs < 1 || jobs > 256)
         throw UsageError("--jobs takes a number from 1 to 256");
@@ -219,12 +219,12 @@ int runFilter(const std::vector<std::string>& args)
     }
 
     // The filter is checked (and saved) before any image is processed.
-    if (spec.kind == Kind::Loaded)
-        spec.loaded = loadFilter(options.value("--load"));
+    if (choice.kind == Kind::Loaded)
+        choice.loaded = loadFilter(options.value("--load"));
     else
-        makeFilter(spec, kxPair<long>(1, 1));   // validates the parameters
+        makeFilter(choice, kxPair<long>(1, 1));   // validates the parameters
     if (options.has("--save"))
-        saveFilter(options.value("--save"), *makeFilter(spec, paddedSize(readInput(inputs[0]))));
+        saveFilter(options.value("--save"), *makeFilter(choice, paddedSize(readInput(inputs[0]))));
     if (toDirectory)
         fs::create_directories(output);
 
@@ -235,7 +235,7 @@ int runFilter(const std::vector<std::string>& args)
     auto worker = [&] {
         for (std::size_t i; (i = next++) < inputs.size();) {
             try {
-                filterOne(inputs[i], outputs[i], spec, scale);
+                filterOne(inputs[i], outputs[i], choice, scale);
             } catch (const std::exception& e) {
                 failures[i] = e.what();
             }

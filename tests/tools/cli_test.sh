@@ -55,9 +55,9 @@ read -r before after <<< "$(sed -n 's/.*background: \([-0-9.e]*\) -> \([-0-9.e]*
 if [ -n "${after:-}" ] && awk -v a="$after" -v b="$before" 'BEGIN { exit !(a > 3 * b && a > 3) }'; then pass; else fail "demo contrast $before -> $after"; fi
 
 # spectrum
-expect_ok "spectrum pgm" "$kx" spectrum "$work/gray8.pgm" -o "$work/spec.pgm"
-head -c 2 "$work/spec.pgm" | grep -q P5 && pass || fail "spectrum writes a PGM"
-grep -q "128 64" "$work/spec.pgm" && pass || fail "spectrum has the padded size"
+expect_ok "spectrum pgm" "$kx" spectrum "$work/gray8.pgm" -o "$work/spectrum.pgm"
+head -c 2 "$work/spectrum.pgm" | grep -q P5 && pass || fail "spectrum writes a PGM"
+grep -q "128 64" "$work/spectrum.pgm" && pass || fail "spectrum has the padded size"
 expect_ok "spectrum phase uncentered" "$kx" spectrum "$work/gray16.pgm" -o "$work/phase.pgm" --part phase --uncentered
 expect_ok "spectrum range" "$kx" spectrum "$work/gray8.pgm" -o "$work/range.pgm" --part real --map range --low -1000 --high 1000
 
@@ -74,7 +74,7 @@ for kind in --gabor --gabor-reject --band-pass --band-reject; do
   grep -q "^65535$" "$work/f16$kind.pgm" && pass || fail "$kind keeps 16 bits"
 done
 if [ $has_png = 1 ]; then
-  expect_ok "spectrum png" "$kx" spectrum "$work/gray8.png" -o "$work/spec.png"
+  expect_ok "spectrum png" "$kx" spectrum "$work/gray8.png" -o "$work/spectrum.png"
   expect_ok "filter png 8" "$kx" filter "$work/gray8.png" -o "$work/f8.png" --band-reject --frequency 0.13
   expect_ok "filter png 16" "$kx" filter "$work/gray16.png" -o "$work/f16.png" --gabor --frequency 0.1
   expect_ok "roundtrip png" "$kx" roundtrip "$work/gray8.png" -o "$work/rt.png"
