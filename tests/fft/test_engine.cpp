@@ -62,6 +62,18 @@ std::uint64_t bitHash(const std::vector<float>& v)
 
 const long kSides[] = {1, 2, 4, 8, 16, 32, 64};
 
+// Every pair of sides up to 64, plus long, tall and larger shapes.
+std::vector<kxPair<long>> testedSizes()
+{
+    std::vector<kxPair<long>> sizes;
+    for (long w : kSides)
+        for (long h : kSides)
+            sizes.push_back(dims(w, h));
+    for (auto s : {dims(128, 8), dims(8, 2048), dims(2048, 8), dims(256, 256)})
+        sizes.push_back(s);
+    return sizes;
+}
+
 }  // namespace
 
 TEST(Engine, BitReverseTableForEight)
@@ -81,14 +93,8 @@ TEST(Engine, BitReverseTableForEight)
 TEST(Engine, ComplexMatchesReferenceForEverySizePair)
 {
     double worst = 0;
-    std::vector<kxPair<long>> sizes;
-    for (long w : kSides)
-        for (long h : kSides)
-            sizes.push_back(dims(w, h));
-    for (auto s : {dims(128, 8), dims(8, 2048), dims(2048, 8), dims(256, 256)})
-        sizes.push_back(s);
     std::uint32_t seed = 1;
-    for (auto s : sizes) {
+    for (auto s : testedSizes()) {
         const long w = s.x(), h = s.y();
         const std::vector<float> input = randomFloats(2 * w * h, seed++);
         for (bool forward : {true, false}) {
@@ -105,14 +111,8 @@ TEST(Engine, ComplexMatchesReferenceForEverySizePair)
 TEST(Engine, RealMatchesReferenceAndComplexPath)
 {
     double worst = 0;
-    std::vector<kxPair<long>> sizes;
-    for (long w : kSides)
-        for (long h : kSides)
-            sizes.push_back(dims(w, h));
-    for (auto s : {dims(128, 8), dims(8, 2048), dims(2048, 8), dims(256, 256)})
-        sizes.push_back(s);
     std::uint32_t seed = 100;
-    for (auto s : sizes) {
+    for (auto s : testedSizes()) {
         const long w = s.x(), h = s.y();
         const std::vector<float> samples = randomFloats(w * h, seed++);
         std::vector<float> real = packReal(samples, w, h);

@@ -21,15 +21,6 @@ namespace {
 
 constexpr double kPi = 3.141592653589793;
 
-kxFrequencyBuffer known(long w, long h)
-{
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1.0 + x * 0.5, 2.0 - y * 0.25), false);
-    return b;
-}
-
 // The profile through its effect on a buffer of ones.
 std::vector<double> gainsOnRow0(const kxFrequencyFilter& f, long w, long h)
 {
@@ -116,7 +107,7 @@ TEST(BandFilters, OutsideTheBandPassZeroesAndRejectKeepsBits)
 {
     BandPass pass(0.01, 0.01, 0.1, {64, 64}, 0);
     BandReject reject(0.01, 0.01, 0.1, {64, 64}, 0);
-    const kxFrequencyBuffer before = known(64, 64);
+    const kxFrequencyBuffer before = kxtest::knownBuffer(64, 64);
     kxFrequencyBuffer p = before, r = before;
     Access::band(p, 1, 3, 9);
     pass.apply(p);
@@ -143,7 +134,7 @@ TEST(BandFilters, PassPlusRejectIsTheSpectrum)
 {
     BandPass pass(0.02, 0.01, 0.2, {64, 32}, 0);
     BandReject reject(0.02, 0.01, 0.2, {64, 32}, 0);
-    const kxFrequencyBuffer x = known(64, 32);
+    const kxFrequencyBuffer x = kxtest::knownBuffer(64, 32);
     kxFrequencyBuffer p, r, sum;
     pass.apply(x, p);
     reject.apply(x, r);
@@ -162,7 +153,7 @@ TEST(BandFilters, FarRowsAndDcSquare)
     // cleared by the pass filter and copied by the out-of-place reject.
     BandPass pass(0.01, 0.0, 0.05, {64, 64}, 3);
     BandReject reject(0.01, 0.0, 0.05, {64, 64}, 0);
-    const kxFrequencyBuffer x = known(64, 64);
+    const kxFrequencyBuffer x = kxtest::knownBuffer(64, 64);
     kxFrequencyBuffer p = x, r;
     pass.apply(p);
     reject.apply(x, r);
@@ -176,7 +167,7 @@ TEST(BandFilters, FarRowsAndDcSquare)
         for (long u = -2; u <= 2; ++u)
             EXPECT_EQ(p.get(u, v, true), kxPair<double>(0, 0));
     BandPass tooBig(0.01, 0.0, 0.05, {4, 4}, 4);
-    kxFrequencyBuffer small = known(4, 4);
+    kxFrequencyBuffer small = kxtest::knownBuffer(4, 4);
     expectError<Defs::BadCoord>([&] { tooBig.apply(small); }, "Coordinates are out of bounds");
 }
 
@@ -184,7 +175,7 @@ TEST(BandFilters, RejectProtectsTheDcSquare)
 {
     // A ring at frequency 0 passes through the square.
     BandReject r2(0.02, 0.01, 0.0, {32, 32}, 2);
-    kxFrequencyBuffer b = known(32, 32);
+    kxFrequencyBuffer b = kxtest::knownBuffer(32, 32);
     const kxFrequencyBuffer before = b;
     r2.apply(b);
     for (long v = -1; v <= 1; ++v)
@@ -192,17 +183,17 @@ TEST(BandFilters, RejectProtectsTheDcSquare)
             EXPECT_EQ(b.get(u, v, true), before.get(u, v, true));
     EXPECT_NE(b.get(2, 0, true), before.get(2, 0, true));
     BandReject r0(0.02, 0.01, 0.0, {32, 32}, 0);
-    kxFrequencyBuffer c = known(32, 32);
+    kxFrequencyBuffer c = kxtest::knownBuffer(32, 32);
     r0.apply(c);
     EXPECT_EQ(c.get(0, 0, true), kxPair<double>(0, 0));
     // Protection beyond the buffer: refused while saving, before filtering.
     BandReject huge(0.02, 0.01, 0.1, {8, 8}, 6);
-    kxFrequencyBuffer small = known(8, 8);
+    kxFrequencyBuffer small = kxtest::knownBuffer(8, 8);
     Access::band(small, 1, 1, 1);
     expectError<Defs::BadCoord>([&] { huge.apply(small); }, "Coordinates are out of bounds");
     EXPECT_EQ(Access::masked(small), 1);
     kxFrequencyBuffer dst;
-    expectError<Defs::BadCoord>([&] { huge.apply(known(8, 8), dst); }, "Coordinates are out of bounds");
+    expectError<Defs::BadCoord>([&] { huge.apply(kxtest::knownBuffer(8, 8), dst); }, "Coordinates are out of bounds");
     EXPECT_EQ(dst.width(), 8);   // out of place: after dst has been sized
 }
 
@@ -238,7 +229,7 @@ TEST(BandFilters, SettersGettersEqualityPersistence)
     EXPECT_EQ(f.changeCount(), changes);
     f.frequency(0.2);
     EXPECT_EQ(f.frequency(), 0.2);
-    kxFrequencyBuffer narrow = known(32, 64);
+    kxFrequencyBuffer narrow = kxtest::knownBuffer(32, 64);
     expectError<Defs::InvalidSize>([&] { f.apply(narrow); }, "Size of frequency buffer does not match size of filter.");
 
     BandReject r(0.03, 0.0, 0.25, {32, 64}, 2);

@@ -21,17 +21,7 @@ const char* const kFilterNotInit = "FrequencyFilter has not been initialized";
 
 kxRadian degrees(double d) { return kxRadian(d * kPi / 180.0); }
 
-// Every element (1 + x, 2 - y) in storage order, so that any element's
-// value before filtering is known.
-kxFrequencyBuffer known(long w, long h)
-{
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1.0 + x, 2.0 - y), false);
-    return b;
-}
-
+// Centred index of storage index `index` on an axis of `size`.
 long centred(long index, long size) { return index < size / 2 ? index + size / 2 : index - size / 2; }
 
 }  // namespace
@@ -119,7 +109,7 @@ TEST(Gabor, ApplyZeroesOutsideTheSupportAndRecordsTheBand)
 {
     const long W = 64, H = 32;
     Gabor g({0.02, 0.02}, {0, 0}, degrees(30), 0.2, {W, H}, 0);
-    const kxFrequencyBuffer before = known(W, H);
+    const kxFrequencyBuffer before = kxtest::knownBuffer(W, H);
     kxFrequencyBuffer b = before;
     g.apply(b);
     const double aspect = 0.5, r = 0.2 * W;
@@ -152,12 +142,12 @@ TEST(Gabor, ApplyZeroesOutsideTheSupportAndRecordsTheBand)
 TEST(Gabor, OutOfPlaceMatchesInPlaceAndLeavesTheSource)
 {
     Gabor g({0.03, 0.01}, {0.01, 0}, degrees(-40), 0.15, {32, 64}, 2);
-    const kxFrequencyBuffer src = known(32, 64);
+    const kxFrequencyBuffer src = kxtest::knownBuffer(32, 64);
     kxFrequencyBuffer inPlace = src, dst(4, 4);
     g.apply(inPlace);
     g.apply(src, dst);
     EXPECT_TRUE(dst == inPlace);
-    EXPECT_TRUE(src == known(32, 64));
+    EXPECT_TRUE(src == kxtest::knownBuffer(32, 64));
     EXPECT_EQ(Access::requestedWidth(dst), 32);
 }
 
@@ -209,12 +199,12 @@ TEST(Gabor, CentreTruncationRuleAtOneHundredEightyDegrees)
 TEST(Gabor, DcRemoval)
 {
     Gabor one({0.2, 0.2}, {0, 0}, kxRadian(0), 0.0, {16, 16}, 1);
-    kxFrequencyBuffer b = known(16, 16);
+    kxFrequencyBuffer b = kxtest::knownBuffer(16, 16);
     one.apply(b);
     EXPECT_EQ(b.get(0, 0, true), kxPair<double>(0, 0));
     EXPECT_NE(b.get(1, 0, true), kxPair<double>(0, 0));
     Gabor two({0.2, 0.2}, {0, 0}, kxRadian(0), 0.0, {16, 16}, 2);
-    b = known(16, 16);
+    b = kxtest::knownBuffer(16, 16);
     two.apply(b);
     for (long y = -1; y <= 1; ++y)
         for (long x = -1; x <= 1; ++x)
@@ -222,12 +212,12 @@ TEST(Gabor, DcRemoval)
     EXPECT_NE(b.get(2, 0, true), kxPair<double>(0, 0));
     // Radius 0 clears nothing.
     Gabor none({0.2, 0.2}, {0, 0}, kxRadian(0), 0.0, {16, 16}, 0);
-    b = known(16, 16);
+    b = kxtest::knownBuffer(16, 16);
     none.apply(b);
     EXPECT_NE(b.get(0, 0, true), kxPair<double>(0, 0));
     // A square beyond the buffer throws after filtering.
     Gabor big({0.2, 0.2}, {0, 0}, kxRadian(0), 0.0, {4, 4}, 4);
-    kxFrequencyBuffer small = known(4, 4);
+    kxFrequencyBuffer small = kxtest::knownBuffer(4, 4);
     expectError<Defs::BadCoord>([&] { big.apply(small); }, "Coordinates are out of bounds");
     EXPECT_EQ(Access::masked(small), 1);
 }
@@ -329,7 +319,7 @@ TEST(Gabor, PersistenceRoundTrips)
         auto* typed = dynamic_cast<Gabor*>(loaded.get());
         ASSERT_NE(typed, nullptr);
         EXPECT_TRUE(*typed == g);
-        kxFrequencyBuffer a = known(64, 32), b = known(64, 32);
+        kxFrequencyBuffer a = kxtest::knownBuffer(64, 32), b = kxtest::knownBuffer(64, 32);
         g.apply(a);
         loaded->apply(b);
         EXPECT_TRUE(a == b);
@@ -363,7 +353,7 @@ TEST(Gabor, MalformedArchivesEndInClearErrors)
         kxMemoryArchive in(std::vector<unsigned char>(full.begin(), full.begin() + cut));
         Gabor target({0.1, 0.1}, {0, 0}, kxRadian(0), 0.2, {8, 8}, 0);
         EXPECT_THROW(static_cast<kxPersistent&>(target).dispatchSerialize(in), kxArchive::Error) << cut;
-        kxFrequencyBuffer b = known(8, 8);
+        kxFrequencyBuffer b = kxtest::knownBuffer(8, 8);
         EXPECT_NO_THROW(target.apply(b));   // still whole
     }
     std::vector<unsigned char> bad = full;

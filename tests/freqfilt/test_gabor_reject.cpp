@@ -19,15 +19,6 @@ namespace {
 
 constexpr double kPi = 3.141592653589793;
 
-kxFrequencyBuffer known(long w, long h)
-{
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1.0 + x, 2.0 - y), false);
-    return b;
-}
-
 // The reject filter's table through the one thing it shows: filtering a
 // buffer of ones around its centre.
 double gainAt(const Reject& r, long u, long v, long w, long h)
@@ -85,7 +76,7 @@ TEST(GaborReject, ComplementaryTableWithZeroOnTheLobe)
 TEST(GaborReject, ElementsOutsideTheSupportKeepTheirBits)
 {
     Reject r({0.02, 0.01}, {0, 0}, kxRadian(0.7), 0.2, {64, 32}, 0);
-    const kxFrequencyBuffer before = known(64, 32);
+    const kxFrequencyBuffer before = kxtest::knownBuffer(64, 32);
     kxFrequencyBuffer b = before;
     Access::band(b, 1, 3, 4);
     r.apply(b);
@@ -117,7 +108,7 @@ TEST(GaborReject, DcProtection)
     EXPECT_LT(gainAt(protectedDc, 1, 0, 32, 32), 0.5);
     // A square larger than the support restores untouched elements harmlessly.
     Reject narrow({0.01, 0.01}, {0, 0}, kxRadian(0), 0.0, {32, 32}, 6);
-    kxFrequencyBuffer b = known(32, 32);
+    kxFrequencyBuffer b = kxtest::knownBuffer(32, 32);
     const kxFrequencyBuffer before = b;
     narrow.apply(b);
     for (long y = -5; y <= 5; ++y)
@@ -125,11 +116,11 @@ TEST(GaborReject, DcProtection)
             EXPECT_EQ(b.get(x, y, true), before.get(x, y, true));
     // A square outside the buffer is refused before anything changes.
     Reject huge({0.05, 0.05}, {0, 0}, kxRadian(0), 0.0, {8, 8}, 6);
-    kxFrequencyBuffer small = known(8, 8);
+    kxFrequencyBuffer small = kxtest::knownBuffer(8, 8);
     Access::band(small, 1, 2, 3);
     expectError<Defs::BadCoord>([&] { huge.apply(small); }, "Coordinates are out of bounds");
     EXPECT_TRUE(small == [] {
-        kxFrequencyBuffer k = known(8, 8);
+        kxFrequencyBuffer k = kxtest::knownBuffer(8, 8);
         Access::band(k, 1, 2, 3);
         return k;
     }());

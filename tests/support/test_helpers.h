@@ -33,4 +33,15 @@ kxPelBuffer<T> imageFrom(long w, long h, const std::function<T(long, long)>& pix
     return image;
 }
 
+// A buffer whose element (x, y) in storage order is (1 + x, 2 - y), so that
+// any element's value before a filter ran is known.
+inline kxFrequencyBuffer knownBuffer(long w, long h)
+{
+    kxFrequencyBuffer b(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x)
+            b.put(x, y, kxPair<double>(1.0 + x, 2.0 - y), false);
+    return b;
+}
+
 }  // namespace kxtest
