@@ -186,15 +186,19 @@ TEST(BandFilters, RejectProtectsTheDcSquare)
     kxFrequencyBuffer c = kxtest::knownBuffer(32, 32);
     r0.apply(c);
     EXPECT_EQ(c.get(0, 0, true), kxPair<double>(0, 0));
-    // Protection beyond the buffer: refused while saving, before filtering.
+    // Protection beyond the buffer: refused before anything changes, in
+    // place and out of place.
     BandReject huge(0.02, 0.01, 0.1, {8, 8}, 6);
     kxFrequencyBuffer small = kxtest::knownBuffer(8, 8);
     Access::band(small, 1, 1, 1);
     expectError<Defs::BadCoord>([&] { huge.apply(small); }, "Coordinates are out of bounds");
     EXPECT_EQ(Access::masked(small), 1);
+    kxFrequencyBuffer unchanged = kxtest::knownBuffer(8, 8);
+    Access::band(unchanged, 1, 1, 1);
+    EXPECT_TRUE(small == unchanged);
     kxFrequencyBuffer dst;
     expectError<Defs::BadCoord>([&] { huge.apply(kxtest::knownBuffer(8, 8), dst); }, "Coordinates are out of bounds");
-    EXPECT_EQ(dst.width(), 8);   // out of place: after dst has been sized
+    EXPECT_EQ(Access::data(dst), nullptr);   // not sized either
 }
 
 TEST(BandFilters, OutOfPlaceGivesThePaddedSizeAsRequestedSize)
