@@ -24,10 +24,7 @@ constexpr double kPi = 3.141592653589793;
 // The profile through its effect on a buffer of ones.
 std::vector<double> gainsOnRow0(const kxFrequencyFilter& f, long w, long h)
 {
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1, 1), false);
+    kxFrequencyBuffer b = kxtest::onesBuffer(w, h);
     f.apply(b);
     std::vector<double> g;
     for (long x = 0; x < w / 2; ++x)
