@@ -3,6 +3,7 @@
 # and that are not there yet. Safe to run again.
 set -euo pipefail
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev)
+needed+=(libtiff-dev time)   # TIFF for the tool; /usr/bin/time for its memory test
 missing=()
 for p in "${needed[@]}"; do
   dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")

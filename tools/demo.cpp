@@ -1,26 +1,32 @@
 // The demo: a synthetic inspection image (a woven texture with a scratch and
 // noise), its spectrum, a band-reject filter tuned to the texture, and the
 // filtered result in which the scratch stands out.
+#include "bitmap_font.h"
 #include "commands.h"
-#include "options.h"
 
 #include <kx/freqfilt.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
 
 namespace kxcli {
 
-const char* const kDemoHelp =
-    "Usage: kxfreq demo [--out DIR]\n"
-    "\n"
+const CommandSpec kDemoCommand{
+    "demo",
+    "demo [--out DIR]",
     "Synthesises a 512 x 512 inspection image (a woven texture with a scratch\n"
     "and some noise), removes the texture with a band-reject filter and writes\n"
-    "input, spectrum, filter, result and an overview picture into DIR\n"
+    "input, spectrum, filter, result and a captioned overview picture into DIR\n"
     "(default: kxfreq-demo). Prints the paths and the scratch's contrast\n"
-    "against the background before and after.\n";
+    "against the background before and after.",
+    {
+        {"--out", "-o", "DIR", "the directory to write into (default kxfreq-demo)"},
+    },
+    nullptr};
 
 namespace {
 
@@ -86,15 +92,47 @@ kxPelBuffer<double> asDouble(const kxPelBuffer_const<unsigned char>& image)
     return out;
 }
 
-// Two rows of two pictures, each kSize x kSize.
-kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pictures[4])
+// A line of pixels from (x0, y0) to (x1, y1), one pixel wide.
+void drawLine(kxPelBuffer<unsigned char>& image, long x0, long y0, long x1, long y1, unsigned char value)
 {
-    const long gap = 8;
-    kxPelBuffer<unsigned char> out(2 * kSize + gap, 2 * kSize + gap);
-    kfPelSet<unsigned char>(out, 255);
+    const long steps = std::max(std::labs(x1 - x0), std::labs(y1 - y0));
+    for (long i = 0; i <= steps; ++i) {
+        const long x = x0 + (steps ? (x1 - x0) * i / steps : 0);
+        const long y = y0 + (steps ? (y1 - y0) * i / steps : 0);
+        if (x >= 0 && y >= 0 && x < image.width() && y < image.height())
+            image(x, y) = value;
+    }
+}
+
+// The angle convention in a corner of the spectrum picture: 0 degrees along
+// +x, 90 degrees along +y (downwards).
+void drawAngleKey(kxPelBuffer<unsigned char>& image)
+{
+    const long ox = 14, oy = 14, length = 40;
+    for (int d = 0; d < 2; ++d) {
+        drawLine(image, ox, oy + d, ox + length, oy + d, 255);                    // +x
+        drawLine(image, ox + d, oy, ox + d, oy + length, 255);                    // +y
+        drawLine(image, ox + length - 6, oy - 5 + d, ox + length, oy + d, 255);   // arrow heads
+        drawLine(image, ox + length - 6, oy + 6 + d, ox + length, oy + d, 255);
+        drawLine(image, ox - 5 + d, oy + length - 6, ox + d, oy + length, 255);
+        drawLine(image, ox + 6 + d, oy + length - 6, ox + d, oy + length, 255);
+    }
+    drawText(image, ox + length + 6, oy - 6, "0*", 2, 255);
+    drawText(image, ox - 4, oy + length + 6, "90*", 2, 255);
+}
+
+// Two rows of two pictures, each kSize x kSize, with a caption above each.
+kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pictures[4], const char* captions[4])
+{
+    const long gap = 8, band = 30;
+    const long cell = kSize + band;
+    kxPelBuffer<unsigned char> out(2 * kSize + 3 * gap, 2 * cell + 3 * gap);
+    kfPelSet<unsigned char>(out, 32);
     for (int i = 0; i < 4; ++i) {
+        const long left = gap + (i % 2) * (kSize + gap), top = gap + (i / 2) * (cell + gap);
+        drawText(out, left + 2, top + (band - textHeight(2)) / 2 - 2, captions[i], 2, 255);
         kxPelBuffer_const<unsigned char> placed = *pictures[i];
-        placed.offset(kxPair<long>((i % 2) * (kSize + gap), (i / 2) * (kSize + gap)));
+        placed.offset(kxPair<long>(left, top + band));
         kfPelCopy(placed, out);
     }
     return out;
@@ -104,7 +142,7 @@ kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pict
 
 int runDemo(const std::vector<std::string>& args)
 {
-    const Options options(args, {"--out"}, {});
+    const Options options(kDemoCommand, args);
     if (!options.positional().empty())
         throw UsageError("demo takes no input file");
     const std::string dir = options.value("--out", "kxfreq-demo");
@@ -116,35 +154,36 @@ int runDemo(const std::vector<std::string>& args)
 
     kxFrequencyBuffer spectrum;
     kfForwardFFT<unsigned char>(input, spectrum);
-    const kxPelBuffer<unsigned char> spectrumPicture =
-        kfFrequencyMapImage(spectrum.getMagnitudeImage(true), kxFrequencyDefs::eMapLog, 0, 0);
+    kxPelBuffer<unsigned char> spectrumPicture = autoContrastLogPicture(spectrum.getMagnitudeImage(true));
+    drawAngleKey(spectrumPicture);
 
     // The weave's frequencies lie on a ring of radius 1/8 cycle per pixel.
-    const kxFrequencyFilterBandReject filter(0.004, 0.004, kTexture, kxPair<long>(kSize, kSize), 1);
-    kxFrequencyBuffer ones(kSize, kSize);
-    for (long y = 0; y < kSize; ++y)
-        for (long x = 0; x < kSize; ++x)
+    const kxFrequencyFilterBandReject filter(0.004, 0.004, kTexture, kxPair<long>(spectrum.width(), spectrum.height()),
+                                             1);
+    kxFrequencyBuffer ones(spectrum.width(), spectrum.height());
+    for (long y = 0; y < ones.height(); ++y)
+        for (long x = 0; x < ones.width(); ++x)
             ones.putReal(x, y, 1.0, false);
     filter.apply(ones);
     const kxPelBuffer<unsigned char> filterPicture =
         kfFrequencyMapImage(ones.getRealImage(true), kxFrequencyDefs::eMapLinear, 0, 0);
 
     filter.apply(spectrum);
-    kxPelBuffer<double> filtered, imaginary;
-    kfInverseFFT(static_cast<const kxFrequencyBuffer&>(spectrum), filtered, imaginary);
-    kxPelBuffer<unsigned char> result;
-    kfInverseFFT<unsigned char>(spectrum, result, true, true);
+    const Complex filtered = inverseComplex(spectrum, kSize, kSize);
+    const kxio::GreyImage result = toPixels(filtered, 8, OutputMode::Real, true);
 
-    const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result};
+    const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result.pixels8};
+    const char* captions[4] = {"INPUT: WEAVE + SCRATCH + NOISE", "SPECTRUM: LOG, AUTO CONTRAST",
+                               "BAND-REJECT GAIN AT 1/8 (BLACK = 0)", "RESULT (STRETCHED)"};
     const char* names[5] = {"input", "spectrum", "filter", "result", "overview"};
     for (int i = 0; i < 4; ++i)
         kxio::writeImage(path(names[i]), kxio::makeImage8(*static_cast<const kxPelBuffer<unsigned char>*>(pictures[i])));
-    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(pictures)));
+    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(pictures, captions)));
 
     for (const char* name : names)
         std::cout << path(name) << "\n";
     std::cout << "scratch contrast against the background: " << scratchContrast(asDouble(input)) << " -> "
-              << scratchContrast(filtered) << " standard deviations\n";
+              << scratchContrast(filtered.real) << " standard deviations\n";
     return 0;
 }
 

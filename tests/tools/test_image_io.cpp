@@ -135,7 +135,8 @@ TEST(ImageIO, MissingFilesAndUnknownFormats)
     } catch (const ImageError& e) {
         EXPECT_NE(std::string(e.what()).find("cannot open"), std::string::npos);
     }
-    EXPECT_THROW(formatFor("picture.tif"), ImageError);
+    EXPECT_THROW(formatFor("picture.bmp"), ImageError);
+    EXPECT_EQ(formatFor("scan.TIFF"), Format::Tiff);
     EXPECT_EQ(formatFor("A.PNG"), Format::Png);
     EXPECT_EQ(formatFor("a.pnm"), Format::Pgm);
 }
