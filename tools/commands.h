@@ -59,8 +59,8 @@ enum class OutputMode { Real, Signed, Magnitude };
 // stretched to the full pixel range. Rounded and clamped; nothing wraps.
 kxio::GreyImage toPixels(const Complex& result, int bits, OutputMode mode, bool stretch);
 
-// A display picture of a magnitude image: its log stretched from the median
-// to the 99.9th percentile, so that periodic peaks stand out.
+// A display picture of a magnitude image: its log stretched from the 5th
+// to the 99.95th percentile, so that periodic peaks stand out.
 kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude);
 
 }  // namespace kxcli

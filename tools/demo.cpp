@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
+#include <vector>
 
 namespace kxcli {
 
@@ -108,7 +109,7 @@ void drawLine(kxPelBuffer<unsigned char>& image, long x0, long y0, long x1, long
 // +x, 90 degrees along +y (downwards).
 void drawAngleKey(kxPelBuffer<unsigned char>& image)
 {
-    const long ox = 14, oy = 14, length = 40;
+    const long ox = 10, oy = 12, length = 30;
     for (int d = 0; d < 2; ++d) {
         drawLine(image, ox, oy + d, ox + length, oy + d, 255);                    // +x
         drawLine(image, ox + d, oy, ox + d, oy + length, 255);                    // +y
@@ -121,17 +122,76 @@ void drawAngleKey(kxPelBuffer<unsigned char>& image)
     drawText(image, ox - 4, oy + length + 6, "90*", 2, 255);
 }
 
-// Two rows of two pictures, each kSize x kSize, with a caption above each.
-kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pictures[4], const char* captions[4])
+void drawCircle(kxPelBuffer<unsigned char>& image, long cx, long cy, long r, unsigned char value)
 {
-    const long gap = 8, band = 30;
-    const long cell = kSize + band;
-    kxPelBuffer<unsigned char> out(2 * kSize + 3 * gap, 2 * cell + 3 * gap);
+    for (int i = 0; i < 360; ++i) {
+        const long x = cx + std::lround(r * std::cos(i * kPi / 180)), y = cy + std::lround(r * std::sin(i * kPi / 180));
+        if (x >= 0 && y >= 0 && x < image.width() && y < image.height())
+            image(x, y) = value;
+    }
+}
+
+// The `count` strongest frequencies of a centred magnitude image away from
+// the zero frequency, at least 8 bins apart.
+std::vector<kxPair<long>> strongestPeaks(const kxPelBuffer<double>& magnitude, int count)
+{
+    std::vector<kxPair<long>> peaks;
+    const long cx = magnitude.width() / 2, cy = magnitude.height() / 2;
+    for (int n = 0; n < count; ++n) {
+        double best = -1;
+        kxPair<long> at(0, 0);
+        for (long y = 0; y < magnitude.height(); ++y)
+            for (long x = 0; x < magnitude.width(); ++x) {
+                if (std::labs(x - cx) < 3 && std::labs(y - cy) < 3)
+                    continue;
+                bool taken = false;
+                for (const kxPair<long>& p : peaks)
+                    taken = taken || (std::labs(x - p.x()) < 8 && std::labs(y - p.y()) < 8);
+                if (!taken && magnitude(x, y) > best) {
+                    best = magnitude(x, y);
+                    at = kxPair<long>(x, y);
+                }
+            }
+        peaks.push_back(at);
+    }
+    return peaks;
+}
+
+// Half size, each pixel the rounded mean of a 2 x 2 block.
+kxPelBuffer<unsigned char> halved(const kxPelBuffer_const<unsigned char>& image)
+{
+    kxPelBuffer<unsigned char> out(image.width() / 2, image.height() / 2);
+    for (long y = 0; y < out.height(); ++y)
+        for (long x = 0; x < out.width(); ++x)
+            out(x, y) = static_cast<unsigned char>((image(2 * x, 2 * y) + image(2 * x + 1, 2 * y) +
+                                                    image(2 * x, 2 * y + 1) + image(2 * x + 1, 2 * y + 1) + 2) / 4);
+    return out;
+}
+
+// The middle half (in both directions) of a centred spectrum picture:
+// frequencies up to 1/4 cycle per pixel.
+kxPelBuffer<unsigned char> middle(const kxPelBuffer_const<unsigned char>& picture)
+{
+    kxPelBuffer<unsigned char> out(picture.width() / 2, picture.height() / 2);
+    for (long y = 0; y < out.height(); ++y)
+        for (long x = 0; x < out.width(); ++x)
+            out(x, y) = picture(picture.width() / 4 + x, picture.height() / 4 + y);
+    return out;
+}
+
+// Two rows of two panels, each kPanel x kPanel, with a caption above each.
+constexpr long kPanel = kSize / 2;
+
+kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* panels[4], const char* captions[4])
+{
+    const long gap = 6, band = 24;
+    const long cell = kPanel + band;
+    kxPelBuffer<unsigned char> out(2 * kPanel + 3 * gap, 2 * cell + 3 * gap);
     kfPelSet<unsigned char>(out, 32);
     for (int i = 0; i < 4; ++i) {
-        const long left = gap + (i % 2) * (kSize + gap), top = gap + (i / 2) * (cell + gap);
-        drawText(out, left + 2, top + (band - textHeight(2)) / 2 - 2, captions[i], 2, 255);
-        kxPelBuffer_const<unsigned char> placed = *pictures[i];
+        const long left = gap + (i % 2) * (kPanel + gap), top = gap + (i / 2) * (cell + gap);
+        drawText(out, left + 1, top + (band - textHeight(2)) / 2 - 1, captions[i], 2, 255);
+        kxPelBuffer_const<unsigned char> placed = *panels[i];
         placed.offset(kxPair<long>(left, top + band));
         kfPelCopy(placed, out);
     }
@@ -154,8 +214,13 @@ int runDemo(const std::vector<std::string>& args)
 
     kxFrequencyBuffer spectrum;
     kfForwardFFT<unsigned char>(input, spectrum);
-    kxPelBuffer<unsigned char> spectrumPicture = autoContrastLogPicture(spectrum.getMagnitudeImage(true));
-    drawAngleKey(spectrumPicture);
+    const kxPelBuffer<unsigned char> spectrumPicture = autoContrastLogPicture(spectrum.getMagnitudeImage(true));
+    // The overview shows the middle of the spectrum (frequencies up to 1/4
+    // cycle per pixel) with the four strongest peaks circled.
+    kxPelBuffer<unsigned char> spectrumPanel = middle(spectrumPicture);
+    drawAngleKey(spectrumPanel);
+    for (const kxPair<long>& peak : strongestPeaks(spectrum.getMagnitudeImage(true), 4))
+        drawCircle(spectrumPanel, peak.x() - kSize / 4, peak.y() - kSize / 4, 7, 255);
 
     // The weave's frequencies lie on a ring of radius 1/8 cycle per pixel.
     const kxFrequencyFilterBandReject filter(0.004, 0.004, kTexture, kxPair<long>(spectrum.width(), spectrum.height()),
@@ -173,12 +238,14 @@ int runDemo(const std::vector<std::string>& args)
     const kxio::GreyImage result = toPixels(filtered, 8, OutputMode::Real, true);
 
     const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result.pixels8};
-    const char* captions[4] = {"INPUT: WEAVE + SCRATCH + NOISE", "SPECTRUM: LOG, AUTO CONTRAST",
-                               "BAND-REJECT GAIN AT 1/8 (BLACK = 0)", "RESULT (STRETCHED)"};
+    const kxPelBuffer<unsigned char> inputPanel = halved(input), filterPanel = middle(filterPicture),
+                                     resultPanel = halved(result.pixels8);
+    const kxPelBuffer_const<unsigned char>* panels[4] = {&inputPanel, &spectrumPanel, &filterPanel, &resultPanel};
+    const char* captions[4] = {"INPUT", "SPECTRUM (MIDDLE)", "GAIN (MIDDLE)", "RESULT"};
     const char* names[5] = {"input", "spectrum", "filter", "result", "overview"};
     for (int i = 0; i < 4; ++i)
         kxio::writeImage(path(names[i]), kxio::makeImage8(*static_cast<const kxPelBuffer<unsigned char>*>(pictures[i])));
-    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(pictures, captions)));
+    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(panels, captions)));
 
     for (const char* name : names)
         std::cout << path(name) << "\n";

@@ -22,7 +22,7 @@ const CommandSpec kSpectrumCommand{
         {"--map", nullptr, "MAP",
          "auto, clip, linear, range, log or phase; by default\n"
          "auto for the magnitude (the log magnitude stretched\n"
-         "from its median to its 99.9th percentile, so that\n"
+         "from its 5th to its 99.95th percentile, so that\n"
          "periodic peaks stand out), phase for the phase,\n"
          "linear otherwise"},
         {"--low", nullptr, "L", "the value that maps to 0 with --map range"},
@@ -87,8 +87,8 @@ kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& mag
             logs(x, y) = std::log1p(magnitude(x, y));
             all.push_back(logs(x, y));
         }
-    const double low = percentile(all, 0.5);
-    double high = percentile(all, 0.999);
+    const double low = percentile(all, 0.05);
+    double high = percentile(all, 0.9995);
     if (!(high > low))
         high = low + 1;
     return kfFrequencyMapImage(logs, kxFrequencyDefs::eMapLinearRange, low, high);
