@@ -15,7 +15,11 @@ const CommandSpec kSpectrumCommand{
     "frequency in the middle. Frequency (u, v) in cycles per pixel lies at\n"
     "u x width right of and v x height below the middle: a pattern whose\n"
     "brightness varies along x shows as two peaks left and right of the middle,\n"
-    "one varying along y as two peaks above and below it.",
+    "one varying along y as two peaks above and below it. Padding: mirror (the\n"
+    "default) avoids the bright cross that zero padding draws through the middle\n"
+    "of a non-power-of-two image, but an oblique pattern's reflection then shows\n"
+    "as a weaker pair of peaks at the mirrored angle; --pad zero shows only the\n"
+    "image's own frequencies.",
     {
         {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm)"},
         {"--part", nullptr, "PART", "magnitude (default), phase, real or imaginary"},
