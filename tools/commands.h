@@ -6,6 +6,7 @@
 
 #include <kx/fft.h>
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ extern const OptionSpec kPadOption;
 kxio::Region regionOption(const Options& options);
 // The output path of -o, or a usage error.
 std::string outputOption(const Options& options);
+
+// Writes one line to a stream, never interleaved with another thread's line.
+void printLine(std::ostream& stream, const std::string& line);
 
 // Reads an image (or the region of it) that the library can transform; a
 // larger image is refused from its header with a hint at --region.

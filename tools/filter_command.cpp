@@ -426,19 +426,6 @@ FilterChoice parseFilter(const Options& options)
     return choice;
 }
 
-// Serialises output lines from several threads.
-class Reporter {
-public:
-    void line(std::ostream& stream, const std::string& text)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        stream << text << "\n" << std::flush;
-    }
-
-private:
-    std::mutex mutex_;
-};
-
 std::string formatSeconds(double seconds)
 {
     char buffer[32];
@@ -499,7 +486,7 @@ int runFilter(const std::vector<std::string>& args)
         try {
             settings.choice.gain = kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{},
                                                    [](const std::string& notice) {
-                                                       std::cerr << "kxfreq: note: " << notice << "\n";
+                                                       printLine(std::cerr, "kxfreq: note: " + notice);
                                                    });
         } catch (const kxio::ImageError& e) {
             optionError("--transfer", e.what());
@@ -525,7 +512,6 @@ int runFilter(const std::vector<std::string>& args)
     const auto start = std::chrono::steady_clock::now();
     std::vector<Outcome> outcomes(inputs.size());
     std::atomic<std::size_t> next{0};
-    Reporter reporter;
     auto worker = [&] {
         for (std::size_t i; (i = next++) < inputs.size();) {
             const auto begun = std::chrono::steady_clock::now();
@@ -537,9 +523,9 @@ int runFilter(const std::vector<std::string>& args)
             }
             outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
             if (outcome.error.empty())
-                reporter.line(std::cout, outputs[i] + " (" + formatSeconds(outcome.seconds) + ")");
+                printLine(std::cout, outputs[i] + " (" + formatSeconds(outcome.seconds) + ")");
             else
-                reporter.line(std::cerr, "kxfreq: error: " + outcome.error);
+                printLine(std::cerr, "kxfreq: error: " + outcome.error);
         }
     };
     std::vector<std::thread> threads;

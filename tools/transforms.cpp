@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <mutex>
 
 namespace kxcli {
 
@@ -54,13 +55,20 @@ Padding paddingOption(const Options& options, Padding fallback)
     return pad == "zero" ? Padding::Zero : Padding::Mirror;
 }
 
+void printLine(std::ostream& stream, const std::string& line)
+{
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    stream << line << "\n" << std::flush;
+}
+
 kxio::GreyImage readInput(const std::string& path, const kxio::Region& region)
 {
     kxio::ReadLimits limits;
     limits.maxSide = kxio::kTransformMaxSide;
     limits.hint = "; use --region X,Y,W,H to work on a part of it";
     return kxio::readImage(path, region, limits,
-                           [](const std::string& notice) { std::cerr << "kxfreq: note: " << notice << "\n"; });
+                           [](const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); });
 }
 
 namespace {
