@@ -253,9 +253,12 @@ struct Outcome {
     std::string error;
 };
 
-void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome)
+// Filters one image; `preread` is the image when it has been read already.
+void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
+               std::unique_ptr<kxio::GreyImage> preread)
 {
-    const kxio::GreyImage image = readInput(in, settings.region);
+    const kxio::GreyImage image = preread ? std::move(*preread) : readInput(in, settings.region);
+    preread.reset();
     outcome.width = image.width();
     outcome.height = image.height();
     kxFrequencyBuffer spectrum;
@@ -494,16 +497,12 @@ int runFilter(const std::vector<std::string>& args)
     } else {
         makeFilter(settings.choice, kxPair<long>(1, 1));   // validates the parameters
     }
+    // The filter is stored for the first image's size: that image is read
+    // now (and only now), and handed to its worker.
+    std::unique_ptr<kxio::GreyImage> first;
     if (options.has("--save")) {
-        kxio::Region region = settings.region;
-        if (region.whole()) {
-            const kxio::ImageInfo info = kxio::readInfo(inputs[0]);
-            region.width = info.width;
-            region.height = info.height;
-        }
-        if (region.width > kxio::kTransformMaxSide || region.height > kxio::kTransformMaxSide)
-            readInput(inputs[0], settings.region);   // refused with its message
-        const kxFrequencyBuffer sized(region.width, region.height);
+        first = std::make_unique<kxio::GreyImage>(readInput(inputs[0], settings.region));
+        const kxFrequencyBuffer sized(first->width(), first->height());   // the library's padded size
         saveFilter(options.value("--save"), *makeFilter(settings.choice, kxPair<long>(sized.width(), sized.height())));
     }
     if (toDirectory)
@@ -517,7 +516,7 @@ int runFilter(const std::vector<std::string>& args)
             const auto begun = std::chrono::steady_clock::now();
             Outcome& outcome = outcomes[i];
             try {
-                filterOne(inputs[i], outputs[i], settings, outcome);
+                filterOne(inputs[i], outputs[i], settings, outcome, i == 0 ? std::move(first) : nullptr);
             } catch (const std::exception& e) {
                 outcome.error = e.what();
             }
