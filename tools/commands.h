@@ -63,8 +63,12 @@ enum class OutputMode { Real, Signed, Magnitude };
 // stretched to the full pixel range. Rounded and clamped; nothing wraps.
 kxio::GreyImage toPixels(const Complex& result, int bits, OutputMode mode, bool stretch);
 
-// A display picture of a magnitude image: its log stretched from the 5th
-// to the 99.95th percentile, so that periodic peaks stand out.
+// A display picture of a magnitude image: its log stretched from the median
+// to the 99.99th percentile, so that periodic peaks stand out.
 kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude);
+// The same with other quantiles (0 to 1), optionally leaving the zero
+// frequency (the middle) out of them.
+kxPelBuffer<unsigned char> logPicture(const kxPelBuffer<double>& magnitude, double lowQuantile, double highQuantile,
+                                      bool skipZeroFrequency);
 
 }  // namespace kxcli

@@ -214,7 +214,9 @@ int runDemo(const std::vector<std::string>& args)
 
     kxFrequencyBuffer spectrum;
     kfForwardFFT<unsigned char>(input, spectrum);
-    const kxPelBuffer<unsigned char> spectrumPicture = autoContrastLogPicture(spectrum.getMagnitudeImage(true));
+    // The log magnitude from its median to its strongest frequency other than
+    // zero: the noise stays dark and the weave's peaks are white.
+    const kxPelBuffer<unsigned char> spectrumPicture = logPicture(spectrum.getMagnitudeImage(true), 0.5, 1.0, true);
     // The overview shows the middle of the spectrum (frequencies up to 1/4
     // cycle per pixel) with the four strongest peaks circled.
     kxPelBuffer<unsigned char> spectrumPanel = middle(spectrumPicture);

@@ -26,7 +26,7 @@ const CommandSpec kSpectrumCommand{
         {"--map", nullptr, "MAP",
          "auto, clip, linear, range, log or phase; by default\n"
          "auto for the magnitude (the log magnitude stretched\n"
-         "from its 5th to its 99.95th percentile, so that\n"
+         "from its median to its 99.99th percentile, so that\n"
          "periodic peaks stand out), phase for the phase,\n"
          "linear otherwise"},
         {"--low", nullptr, "L", "the value that maps to 0 with --map range"},
@@ -79,9 +79,22 @@ double percentile(std::vector<double> values, double q)
     return values[k];
 }
 
+// Values from low to high mapped linearly onto 0 to 255, clamped. The values
+// are shifted so that the library's range mapping sees a range starting at 0
+// (it takes its range from zero when the low end is not negative).
+kxPelBuffer<unsigned char> mapRange(const kxPelBuffer<double>& values, double low, double high)
+{
+    kxPelBuffer<double> shifted(values.width(), values.height());
+    for (long y = 0; y < values.height(); ++y)
+        for (long x = 0; x < values.width(); ++x)
+            shifted(x, y) = values(x, y) - low;
+    return kfFrequencyMapImage(shifted, kxFrequencyDefs::eMapLinearRange, 0.0, high - low);
+}
+
 }  // namespace
 
-kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude)
+kxPelBuffer<unsigned char> logPicture(const kxPelBuffer<double>& magnitude, double lowQuantile, double highQuantile,
+                                      bool skipZeroFrequency)
 {
     kxPelBuffer<double> logs(magnitude.width(), magnitude.height());
     std::vector<double> all;
@@ -89,13 +102,19 @@ kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& mag
     for (long y = 0; y < magnitude.height(); ++y)
         for (long x = 0; x < magnitude.width(); ++x) {
             logs(x, y) = std::log1p(magnitude(x, y));
-            all.push_back(logs(x, y));
+            if (!skipZeroFrequency || x != magnitude.width() / 2 || y != magnitude.height() / 2)
+                all.push_back(logs(x, y));
         }
-    const double low = percentile(all, 0.05);
-    double high = percentile(all, 0.9995);
+    const double low = percentile(all, lowQuantile);
+    double high = percentile(all, highQuantile);
     if (!(high > low))
         high = low + 1;
-    return kfFrequencyMapImage(logs, kxFrequencyDefs::eMapLinearRange, low, high);
+    return mapRange(logs, low, high);
+}
+
+kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude)
+{
+    return logPicture(magnitude, 0.5, 0.9999, false);
 }
 
 int runSpectrum(const std::vector<std::string>& args)
@@ -141,7 +160,7 @@ int runSpectrum(const std::vector<std::string>& args)
             component = spectrum.getRealImage(centered);
         else
             component = spectrum.getImaginaryImage(centered);
-        picture = kfFrequencyMapImage(component, mappingNamed(map), low, high);
+        picture = map == "range" ? mapRange(component, low, high) : kfFrequencyMapImage(component, mappingNamed(map));
     }
     kxio::writeImage(out, kxio::makeImage8(picture));
     std::cout << out << "\n";

@@ -288,15 +288,15 @@ peak=$("$helper" pixel "$w/spectrum.pgm" "$px" "$py")
 echo "spectrum ($sw x $sh): stripe peak at ($px, $py) is $peak, mean $smean"
 check "the stripes' peak stands out ($peak against a mean of $smean)" awk_true 'p > m + 90' -v p="$peak" -v m="$smean"
 check "the background is neither black nor saturated (mean $smean)" awk_true 'm > 15 && m < 128' -v m="$smean"
-# the demo's weave: its four peaks are white
+# the demo's weave: its four peaks are white on a dark ground
 "$kx" demo --out "$w/demo" > /dev/null || fail "demo"
 demo_spectrum=$(ls "$w"/demo/spectrum.p[gn][mg])
 for xy in "320 256" "192 256" "256 320" "256 192"; do
   v=$("$helper" pixel "$demo_spectrum" $xy)
-  check "demo spectrum peak at ($xy) is white ($v)" [ "$v" = 255 ]
+  check "demo spectrum peak at ($xy) is white ($v)" awk_true 'v >= 250' -v v="$v"
 done
 read -r _ _ _ _ _ dmean <<< "$("$helper" info "$demo_spectrum")"
-check "demo spectrum background is mid-dark (mean $dmean)" awk_true 'm > 30 && m < 128' -v m="$dmean"
+check "demo spectrum background is dark (mean $dmean)" awk_true 'm > 1 && m < 40' -v m="$dmean"
 expect_ok "help" "$kx" filter --help
 check "filter help states the angle convention" grep -q "clockwise on the screen" "$work/out.txt"
 check "filter help comes from the option table" grep -q -- "--output MODE" "$work/out.txt"
