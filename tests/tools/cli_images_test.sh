@@ -297,6 +297,14 @@ for xy in "320 256" "192 256" "256 320" "256 192"; do
 done
 read -r _ _ _ _ _ dmean <<< "$("$helper" info "$demo_spectrum")"
 check "demo spectrum background is dark (mean $dmean)" awk_true 'm > 1 && m < 40' -v m="$dmean"
+# --map range maps --low to 0 and --high to 255: a constant 64 x 64 image of
+# 2 has a real part of 8192 at the zero frequency and 0 elsewhere
+{ printf 'P5\n64 64\n255\n'; head -c 4096 /dev/zero | tr '\0' '\2'; } > "$w/two.pgm"
+expect_ok "range map" "$kx" spectrum "$w/two.pgm" -o "$w/range.pgm" --part real --map range --low 100 --high 8192
+check "--high maps to 255" [ "$("$helper" pixel "$w/range.pgm" 32 32)" = 255 ]
+check "below --low maps to 0" [ "$("$helper" pixel "$w/range.pgm" 10 10)" = 0 ]
+expect_ok "range map middle" "$kx" spectrum "$w/two.pgm" -o "$w/range2.pgm" --part real --map range --low 100 --high 16284
+check "the middle of the range maps to 127" [ "$("$helper" pixel "$w/range2.pgm" 32 32)" = 127 ]
 expect_ok "help" "$kx" filter --help
 check "filter help states the angle convention" grep -q "clockwise on the screen" "$work/out.txt"
 check "filter help comes from the option table" grep -q -- "--output MODE" "$work/out.txt"
