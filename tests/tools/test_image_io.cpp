@@ -211,6 +211,52 @@ TEST(ImageIO, FailedWritesLeaveNoFile)
 
 #ifdef KXIO_TEST_PNG
 #include <png.h>
+#include <zlib.h>
+
+namespace {
+
+void put32(std::vector<unsigned char>& out, unsigned long v)
+{
+    for (int s = 24; s >= 0; s -= 8)
+        out.push_back(static_cast<unsigned char>((v >> s) & 0xff));
+}
+
+void chunk(std::vector<unsigned char>& out, const char* type, const std::vector<unsigned char>& data)
+{
+    std::vector<unsigned char> body(type, type + 4);
+    body.insert(body.end(), data.begin(), data.end());
+    put32(out, data.size());
+    out.insert(out.end(), body.begin(), body.end());
+    put32(out, crc32(0, body.data(), static_cast<uInt>(body.size())));
+}
+
+}  // namespace
+
+// A 68-byte PNG announcing 65535 x 65535 pixels is refused from its header,
+// whole or as a region, without sizing anything by the announced size.
+TEST(ImageIO, TinyPngAnnouncingAHugeImageIsRefusedFromItsHeader)
+{
+    for (unsigned char bits : {8, 16}) {
+        std::vector<unsigned char> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+        std::vector<unsigned char> ihdr;
+        put32(ihdr, 65535);
+        put32(ihdr, 65535);
+        ihdr.insert(ihdr.end(), {bits, 0, 0, 0, 0});
+        chunk(png, "IHDR", ihdr);
+        chunk(png, "IDAT", {0x78, 0x9c, 0x63, 0x60, 0x00, 0x00, 0x00, 0x02, 0x00, 0x01});
+        chunk(png, "IEND", {});
+        EXPECT_LE(png.size(), 80u);
+        try {
+            readImageFromMemory(png.data(), png.size(), "huge.png");
+            FAIL();
+        } catch (const ImageError& e) {
+            EXPECT_NE(std::string(e.what()).find("image is 65535 x 65535"), std::string::npos) << e.what();
+        }
+        Region region;
+        region.x = 60000, region.y = 60000, region.width = 2048, region.height = 2048;
+        EXPECT_THROW(readImageFromMemory(png.data(), png.size(), "huge.png", region), ImageError);
+    }
+}
 
 // A colour PNG written with libpng directly is read as grey, with a notice.
 TEST(ImageIO, ColourPngIsConvertedToGreyWithANotice)
