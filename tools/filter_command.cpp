@@ -41,11 +41,12 @@ const CommandSpec kFilterCommand{
         {"--out", "-o", "PATH", "output file, or directory for a batch"},
         {"--gabor", nullptr, nullptr,
          "oriented band-pass: keeps a lobe at --frequency in\n"
-         "direction --angle (results are doubled, so that --output\n"
-         "real gives the pattern and magnitude its envelope)"},
+         "direction --angle (results are doubled, so that\n"
+         "--output real gives the pattern and magnitude its\n"
+         "envelope)"},
         {"--gabor-reject", nullptr, nullptr,
-         "removes an oriented periodic pattern: rejects the lobe\n"
-         "at --angle and its mirror at --angle + 180"},
+         "removes an oriented periodic pattern: rejects the\n"
+         "lobe at --angle and its mirror at --angle + 180"},
         {"--band-pass", nullptr, nullptr, "keeps a ring at radius --frequency"},
         {"--band-reject", nullptr, nullptr, "removes that ring, keeps the rest"},
         {"--load", nullptr, "FILE", "a filter stored with --save"},
@@ -53,20 +54,21 @@ const CommandSpec kFilterCommand{
          "a gain image (.png, .tif or .pgm) of the padded size,\n"
          "zero frequency in the middle: 0 rejects, full scale\n"
          "passes"},
-        {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel (default 0.1)"},
+        {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
         {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},
         {"--sigma", nullptr, "S[,S2]",
-         "Gaussian width in cycles per pixel; Gabor filters take\n"
-         "along,across (default 0.01)"},
+         "Gaussian width in cycles per pixel; Gabor filters\n"
+         "take along,across (default 0.01)"},
         {"--plateau", nullptr, "P[,P2]", "half-width of the flat top (default 0)"},
         {"--angle", nullptr, "DEG", "direction of the Gabor lobe in degrees (default 0)"},
         {"--dc-radius", nullptr, "R",
          "pass filters clear, reject filters keep, the\n"
          "(2R-1) x (2R-1) frequencies around zero (default 0)"},
         {"--output", nullptr, "MODE",
-         "real (default): the filtered image, rounded and clamped;\n"
-         "signed: the same plus mid-grey (128 or 32768), for\n"
-         "band-pass and Gabor results; magnitude: the modulus"},
+         "real (default): the filtered image, rounded and\n"
+         "clamped; signed: the same plus mid-grey (128 or\n"
+         "32768), for band-pass and Gabor results; magnitude:\n"
+         "the modulus"},
         kPadOption,
         kRegionOption,
         {"--save", nullptr, "FILE", "store the filter used (for the first image's size)"},
