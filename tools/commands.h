@@ -17,10 +17,10 @@ int runSpectrum(const std::vector<std::string>& args);
 int runFilter(const std::vector<std::string>& args);
 int runRoundtrip(const std::vector<std::string>& args);
 
-extern const CommandSpec kDemoCommand;
-extern const CommandSpec kSpectrumCommand;
-extern const CommandSpec kFilterCommand;
-extern const CommandSpec kRoundtripCommand;
+extern const CommandTable kDemoCommand;
+extern const CommandTable kSpectrumCommand;
+extern const CommandTable kFilterCommand;
+extern const CommandTable kRoundtripCommand;
 
 // A failure of a command that is not a usage mistake.
 class CommandError : public std::runtime_error {
@@ -29,8 +29,8 @@ public:
 };
 
 // The option entries every image command shares.
-extern const OptionSpec kRegionOption;
-extern const OptionSpec kPadOption;
+extern const OptionEntry kRegionOption;
+extern const OptionEntry kPadOption;
 
 // --region X,Y,W,H (empty region when absent).
 kxio::Region regionOption(const Options& options);

@@ -16,7 +16,7 @@
 
 namespace kxcli {
 
-const CommandSpec kDemoCommand{
+const CommandTable kDemoCommand{
     "demo",
     "demo [--out DIR]",
     "Synthesises a 512 x 512 inspection image (a woven texture with a scratch\n"

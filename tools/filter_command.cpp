@@ -19,7 +19,7 @@
 
 namespace kxcli {
 
-const CommandSpec kFilterCommand{
+const CommandTable kFilterCommand{
     "filter",
     "filter IN... -o OUT_OR_DIR FILTER [options]",
     "Filters each image in the frequency domain and writes the result with the\n"

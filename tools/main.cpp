@@ -14,7 +14,7 @@
 namespace {
 
 struct Command {
-    const kxcli::CommandSpec* spec;
+    const kxcli::CommandTable* table;
     int (*run)(const std::vector<std::string>&);
     const char* summary;
 };
@@ -34,7 +34,7 @@ std::string mainHelp()
                        "\n"
                        "Commands:\n";
     for (const Command& command : kCommands) {
-        std::string name = command.spec->name;
+        std::string name = command.table->name;
         text += "  " + name + std::string(14 - name.size(), ' ') + command.summary + "\n";
     }
     text += "\n"
@@ -69,19 +69,19 @@ int main(int argc, char** argv)
         return 0;
     }
     for (const Command& command : kCommands) {
-        if (args[0] != command.spec->name)
+        if (args[0] != command.table->name)
             continue;
         const std::vector<std::string> rest(args.begin() + 1, args.end());
         for (const std::string& a : rest)
             if (a == "-h" || a == "--help") {
-                std::cout << kxcli::helpText(*command.spec);
+                std::cout << kxcli::helpText(*command.table);
                 return 0;
             }
         try {
             return command.run(rest);
         } catch (const kxcli::UsageError& e) {
-            std::cerr << "kxfreq " << command.spec->name << ": " << e.what() << "\n"
-                      << "Try 'kxfreq " << command.spec->name << " --help'.\n";
+            std::cerr << "kxfreq " << command.table->name << ": " << e.what() << "\n"
+                      << "Try 'kxfreq " << command.table->name << " --help'.\n";
             return 2;
         } catch (const std::exception& e) {
             // Library (kxException), image and command failures alike.

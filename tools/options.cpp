@@ -9,13 +9,13 @@ namespace kxcli {
 
 void optionError(const std::string& name, const std::string& what) { throw UsageError(name + ": " + what); }
 
-std::string helpText(const CommandSpec& command)
+std::string helpText(const CommandTable& command)
 {
     std::ostringstream out;
     out << "Usage: kxfreq " << command.usage << "\n\n" << command.description << "\n";
     if (!command.options.empty())
         out << "\nOptions:\n";
-    for (const OptionSpec& option : command.options) {
+    for (const OptionEntry& option : command.options) {
         std::string head = "  ";
         if (option.shortName)
             head += std::string(option.shortName) + ", ";
@@ -38,10 +38,10 @@ std::string helpText(const CommandSpec& command)
     return out.str();
 }
 
-Options::Options(const CommandSpec& command, const std::vector<std::string>& args)
+Options::Options(const CommandTable& command, const std::vector<std::string>& args)
 {
-    auto find = [&](const std::string& name) -> const OptionSpec* {
-        for (const OptionSpec& option : command.options)
+    auto find = [&](const std::string& name) -> const OptionEntry* {
+        for (const OptionEntry& option : command.options)
             if (name == option.name || (option.shortName && name == option.shortName))
                 return &option;
         return nullptr;
@@ -60,7 +60,7 @@ Options::Options(const CommandSpec& command, const std::vector<std::string>& arg
             name = arg.substr(0, eq);
             value = arg.substr(eq + 1);
         }
-        const OptionSpec* option = find(name);
+        const OptionEntry* option = find(name);
         if (!option)
             throw UsageError("unknown option '" + name + "'");
         name = option->name;   // -o and its long name are one option

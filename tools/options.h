@@ -15,29 +15,29 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-struct OptionSpec {
+struct OptionEntry {
     const char* name;        // "--frequency"
     const char* shortName;   // "-o", or nullptr
     const char* value;       // the value's placeholder ("F"); nullptr for a flag
     const char* help;        // lines after the first start with '\n'
 };
 
-struct CommandSpec {
+struct CommandTable {
     const char* name;
     const char* usage;         // after "Usage: kxfreq "
     const char* description;   // paragraphs before the options
-    std::vector<OptionSpec> options;
+    std::vector<OptionEntry> options;
     const char* epilog;        // after the options, or nullptr
 };
 
 // The --help text of a command.
-std::string helpText(const CommandSpec& command);
+std::string helpText(const CommandTable& command);
 
 class Options {
 public:
     // Parses args against the command's table: --name VALUE, --name=VALUE,
     // -o VALUE, flags. Unknown and repeated options are usage errors.
-    Options(const CommandSpec& command, const std::vector<std::string>& args);
+    Options(const CommandTable& command, const std::vector<std::string>& args);
 
     const std::vector<std::string>& positional() const { return positional_; }
     bool has(const std::string& name) const { return given_.count(name) != 0; }

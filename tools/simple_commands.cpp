@@ -8,7 +8,7 @@
 
 namespace kxcli {
 
-const CommandSpec kSpectrumCommand{
+const CommandTable kSpectrumCommand{
     "spectrum",
     "spectrum IN -o OUT [options]",
     "Writes an 8-bit picture of one component of IN's spectrum, the zero\n"
@@ -38,7 +38,7 @@ const CommandSpec kSpectrumCommand{
     },
     nullptr};
 
-const CommandSpec kRoundtripCommand{
+const CommandTable kRoundtripCommand{
     "roundtrip",
     "roundtrip IN -o OUT [--region X,Y,W,H]",
     "Transforms IN forward and back, writes the result with IN's bit depth and\n"

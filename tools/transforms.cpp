@@ -7,10 +7,10 @@
 
 namespace kxcli {
 
-const OptionSpec kRegionOption{"--region", nullptr, "X,Y,W,H",
+const OptionEntry kRegionOption{"--region", nullptr, "X,Y,W,H",
                                "work on the W x H part of the image whose top-left\n"
                                "pixel is (X, Y); images up to 65535 in a side"};
-const OptionSpec kPadOption{"--pad", nullptr, "zero|mirror",
+const OptionEntry kPadOption{"--pad", nullptr, "zero|mirror",
                             "fill the grid up to the power-of-two size with\n"
                             "zeros or with the image mirrored at its borders\n"
                             "(default mirror)"};
