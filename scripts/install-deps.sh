@@ -5,6 +5,7 @@ set -euo pipefail
 # clang and its runtime build the fuzz targets (libFuzzer, sanitizers);
 # binutils gives nm and objdump to the export and instruction checks.
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev binutils clang libclang-rt-14-dev)
+needed+=(libtiff-dev time)   # TIFF for the tool; /usr/bin/time for its memory test
 missing=()
 for p in "${needed[@]}"; do
   dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")
