@@ -27,11 +27,6 @@ constexpr double kMaxTableGains = 268435456.0;
 
 using Parameters = kx_GaborParameters;
 
-const char* radiusMessage(bool reject)
-{
-    return reject ? "DC Protection Radius cannot be negative." : "DC Removal Radius cannot be negative.";
-}
-
 long makeOdd(long value) { return value % 2 == 0 ? value + 1 : value; }
 
 // The support a table for these parameters has, after the checks in their
@@ -46,8 +41,7 @@ kxPair<long> supportOf(const Parameters& p, bool reject)
         throw Arg("Sigma values must be positive.");
     if (p.plateau.x() < 0.0 || p.plateau.y() < 0.0)
         throw Arg("Plateau values cannot be negative.");
-    if (p.dcRadius < 0)
-        throw Arg(radiusMessage(reject));
+    kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
 
     // Frequencies in bins of the buffer's width (the y components too).

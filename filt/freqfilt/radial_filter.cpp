@@ -39,8 +39,7 @@ long supportOf(const Parameters& p, bool reject)
         throw Arg("Sigma must be positive.");
     if (!(p.plateau >= 0.0))
         throw Arg("Plateau cannot be negative.");
-    if (p.dcRadius < 0)
-        throw Arg(reject ? "DC Protection Radius cannot be negative." : "DC Removal Radius cannot be negative.");
+    kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
     // In bins of the horizontal axis.
     const double W = static_cast<double>(p.size.x());

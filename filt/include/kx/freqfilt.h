@@ -7,11 +7,9 @@
 // and loadObject() rebuilds it. Both apply() forms are const and write only
 // the buffers they are given.
 //
-// Every filter checks, in this order: the buffer has data ("FrequencyBuffer
-// has not been initialized"), the filter has a transfer function
-// ("FrequencyFilter has not been initialized"), both Uninitialized; then the
-// padded sizes (InvalidSize, "Size of frequency buffer does not match size of
-// filter.").
+// Every filter checks, in this order: the buffer has data, the filter has a
+// transfer function (both Uninitialized, with the buffer's and the filter's
+// message respectively); then the padded sizes (InvalidSize).
 #include <kx/fft.h>
 
 #include <vector>
@@ -373,8 +371,9 @@ private:
 };
 
 // A filter whose transfer function is a whole frequency buffer given by the
-// caller: apply() multiplies element by element. An empty filter reports
-// "FrequencyBuffer has not been initialized".
+// caller: apply() multiplies element by element. An empty filter reports the
+// buffer's Uninitialized message, not the filter's: its transfer function is
+// a buffer without data.
 class KXFREQ_API kxFrequencyFilterImage : public kxFrequencyFilter {
 public:
     kxFrequencyFilterImage();
