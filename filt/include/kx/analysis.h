@@ -199,7 +199,7 @@ struct kxPeriodicSearchOptions {
     long maxComponents = 8;          ///< most fundamentals reported, strongest first (1 or more)
     double threshold = 12.0;         ///< a fundamental's magnitude over the floor, at least (above 1)
     double harmonicThreshold = 4.0;  ///< the same for a harmonic at its expected place (above 1)
-    long maxHarmonic = 8;            ///< highest harmonic order looked for (1: none)
+    long maxHarmonic = 64;           ///< highest harmonic order looked for, up to 256 (1: none)
     double minFrequency = 0.02;      ///< cycles per pixel; slower variations are not texture (0 to 0.5)
 };
 
@@ -251,7 +251,7 @@ struct kxTextureRemovalOptions {
     /// Width of each notch (Gaussian standard deviation) in units of the
     /// peak's measured width; at least `minSigma`. 1 or more.
     double widthScale = 1.5;
-    double minSigma = 0.006;         ///< cycles per pixel (above 0)
+    double minSigma = 0.01;          ///< cycles per pixel (above 0)
 };
 
 /// A reject filter for a spectrum of padded size `size`: a transfer
@@ -265,7 +265,7 @@ struct kxTextureRemovalOptions {
 ///         two from 1 to 2048, or bad widths.
 KXFREQ_API kxFrequencyFilterImage kfPeriodicRejectFilter(const std::vector<kxPeriodicComponent>& components,
                                                          const kxPair<long>& size, double widthScale = 1.5,
-                                                         double minSigma = 0.006);
+                                                         double minSigma = 0.01);
 
 /// @name Texture removal
 /// Non-template workers behind kfRemovePeriodicTexture, one per pixel type.
@@ -283,11 +283,20 @@ KXFREQ_API kxPelBuffer<double> kf_RemovePeriodicTexture(const kxPelBuffer_const<
 
 /// The image without its periodic texture, in one call: the components are
 /// found (kfFindPeriodicComponents on the image), a reject filter is built
-/// from them (kfPeriodicRejectFilter) and applied to the image's spectrum in
-/// one pass, and the spectrum is transformed back. The result has the
-/// image's size, offset and client transform; 8- and 16-bit results are
-/// rounded and clamped to the pixel range. An image without periodic
-/// components comes back unchanged but for rounding.
+/// from them (kfPeriodicRejectFilter, every notch given the widest width
+/// asked for) and applied to the spectrum of the image, freed of its mean,
+/// in one pass; the spectrum is transformed back.
+///
+/// Near the image's borders a notch alone removes only part of a texture:
+/// there the zero padding begins, and what the notch takes out is the
+/// texture times the image's support blurred by the notch's envelope. The
+/// part taken out is therefore divided by that blurred support (a separable
+/// product, exactly the blur the notches apply) before it is subtracted, so
+/// that the texture is removed up to the borders.
+///
+/// The result has the image's size, offset and client transform; 8- and
+/// 16-bit results are rounded and clamped to the pixel range. An image
+/// without periodic components comes back unchanged but for rounding.
 ///
 /// @param found if not null, receives the components that were removed
 template <typename T>
