@@ -43,4 +43,14 @@ inline void requireImage(const kx_PelBuffer& image)
 
 void requireWindow(const kxWindow& window);
 
+// The windowed image (kfApplyWindow's pixels) written into the top left
+// corner of `destination`, which is at least as large; nothing else of it
+// changes. The image and the window must have been checked.
+void windowInto(const kxPelBuffer_const<unsigned char>& image, const kxWindow& window, bool removeMean,
+                const kxPelBuffer<double>& destination);
+void windowInto(const kxPelBuffer_const<unsigned short>& image, const kxWindow& window, bool removeMean,
+                const kxPelBuffer<double>& destination);
+void windowInto(const kxPelBuffer_const<double>& image, const kxWindow& window, bool removeMean,
+                const kxPelBuffer<double>& destination);
+
 }  // namespace kx_analysis

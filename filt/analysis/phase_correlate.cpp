@@ -29,16 +29,6 @@ constexpr double kPi = 3.14159265358979323846;
 // rounding) and are set to zero instead of being blown up to modulus 1.
 constexpr double kMagnitudeFloor = 1e-9;
 
-// The windowed image at the top left of a zero image of the padded size.
-kxPelBuffer<double> paddedWindowed(const kxPelBuffer<double>& windowed, long W, long H)
-{
-    kxPelBuffer<double> padded(W, H);
-    for (long y = 0; y < windowed.height(); ++y)
-        for (long x = 0; x < windowed.width(); ++x)
-            padded(x, y) = windowed(x, y);
-    return padded;
-}
-
 // Every element divided by its modulus, or zero where the modulus is
 // negligible. Done in double, stored as float.
 void normaliseToUnitModulus(kxFrequencyBuffer& cross)
@@ -48,7 +38,9 @@ void normaliseToUnitModulus(kxFrequencyBuffer& cross)
     double largest = 0.0;
     for (long i = 0; i < count; ++i) {
         const double re = d[2 * i], im = d[2 * i + 1];
-        largest = std::fmax(largest, re * re + im * im);
+        const double m2 = re * re + im * im;
+        if (m2 > largest)
+            largest = m2;
     }
     const double floor = largest * kMagnitudeFloor * kMagnitudeFloor;
     for (long i = 0; i < count; ++i) {
@@ -86,13 +78,22 @@ public:
     // pixel of x0; `height` receives the value there.
     double refineX(double x0, double y, double& height) const
     {
-        std::vector<std::complex<double>> line(static_cast<std::size_t>(W_), 0.0);
+        // Plain real arithmetic: std::complex's product checks for NaN on
+        // every element.
+        std::vector<double> re(static_cast<std::size_t>(W_), 0.0), im(static_cast<std::size_t>(W_), 0.0);
         const std::vector<std::complex<double>> phase = phases(H_, y);
         for (long l = 0; l < H_; ++l) {
             const float* row = data_ + 2 * l * W_;
-            for (long k = 0; k < W_; ++k)
-                line[k] += std::complex<double>(row[2 * k], row[2 * k + 1]) * phase[l];
+            const double pr = phase[l].real(), pi = phase[l].imag();
+            for (long k = 0; k < W_; ++k) {
+                const double a = row[2 * k], b = row[2 * k + 1];
+                re[k] += a * pr - b * pi;
+                im[k] += a * pi + b * pr;
+            }
         }
+        std::vector<std::complex<double>> line(static_cast<std::size_t>(W_));
+        for (long k = 0; k < W_; ++k)
+            line[k] = std::complex<double>(re[k], im[k]);
         return refine(line, W_, x0, height);
     }
 
@@ -103,10 +104,13 @@ public:
         const std::vector<std::complex<double>> phase = phases(W_, x);
         for (long l = 0; l < H_; ++l) {
             const float* row = data_ + 2 * l * W_;
-            std::complex<double> sum = 0.0;
-            for (long k = 0; k < W_; ++k)
-                sum += std::complex<double>(row[2 * k], row[2 * k + 1]) * phase[k];
-            line[l] = sum;
+            double re = 0.0, im = 0.0;
+            for (long k = 0; k < W_; ++k) {
+                const double a = row[2 * k], b = row[2 * k + 1];
+                re += a * phase[k].real() - b * phase[k].imag();
+                im += a * phase[k].imag() + b * phase[k].real();
+            }
+            line[l] = std::complex<double>(re, im);
         }
         return refine(line, H_, y0, height);
     }
@@ -115,21 +119,31 @@ private:
     static double signedFrequency(long k, long n) { return static_cast<double>(2 * k < n ? k : k - n); }
 
     // exp(2 pi i f(k) t / n) for every index k of an axis of n.
+    // By recurrence from exact values every 64 steps: the recurrence's
+    // rounding stays near 1e-14 and the sines and cosines cost little.
     static std::vector<std::complex<double>> phases(long n, double t)
     {
         std::vector<std::complex<double>> p(static_cast<std::size_t>(n));
-        for (long k = 0; k < n; ++k)
-            p[k] = std::polar(1.0, 2.0 * kPi * signedFrequency(k, n) * t / static_cast<double>(n));
+        const double step = 2.0 * kPi * t / static_cast<double>(n);
+        const std::complex<double> rotation = std::polar(1.0, step);
+        std::complex<double> current;
+        for (long k = 0; k < n; ++k) {
+            if (k % 64 == 0 || k == (n + 1) / 2)
+                current = std::polar(1.0, step * signedFrequency(k, n));
+            else
+                current = std::complex<double>(current.real() * rotation.real() - current.imag() * rotation.imag(),
+                                               current.real() * rotation.imag() + current.imag() * rotation.real());
+            p[k] = current;
+        }
         return p;
     }
 
     double value(const std::vector<std::complex<double>>& line, long n, double t) const
     {
+        const std::vector<std::complex<double>> p = phases(n, t);
         double sum = 0.0;
-        for (long k = 0; k < n; ++k) {
-            const double a = 2.0 * kPi * signedFrequency(k, n) * t / static_cast<double>(n);
-            sum += line[k].real() * std::cos(a) - line[k].imag() * std::sin(a);
-        }
+        for (long k = 0; k < n; ++k)
+            sum += line[k].real() * p[k].real() - line[k].imag() * p[k].imag();
         return sum / (static_cast<double>(W_) * static_cast<double>(H_));
     }
 
@@ -180,17 +194,24 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
 
     const long W = kf_PaddedSize(reference.width());
     const long H = kf_PaddedSize(reference.height());
-    kxFrequencyBuffer cross, movingSpectrum;
-    kfForwardFFT<double>(paddedWindowed(kfApplyWindow(reference, options.window, options.removeMean), W, H), cross);
-    kfForwardFFT<double>(paddedWindowed(kfApplyWindow(moving, options.window, options.removeMean), W, H),
-                         movingSpectrum);
+    // One zero image of the padded size takes each windowed image in turn;
+    // the second overwrites exactly the pixels of the first.
+    kxPelBuffer<double> padded(W, H);
+    kxFrequencyBuffer cross, inverse;
+    windowInto(reference, options.window, options.removeMean, padded);
+    kfForwardFFT<double>(padded, cross);
+    windowInto(moving, options.window, options.removeMean, padded);
+    kfForwardFFT<double>(padded, inverse);
     // conj(R) x M: its inverse peaks at the shift of moving against reference.
     kfFrequencyConjugate(cross);
-    kfFrequencyMultiply(movingSpectrum, cross);
+    kfFrequencyMultiply(inverse, cross);
     normaliseToUnitModulus(cross);
 
+    // The inverse runs in place on a copy (same size: the store is reused),
+    // so that the normalised spectrum stays for the sub-pixel refinement.
+    inverse = cross;
     kxPelBuffer<double> c, imaginary;
-    kfInverseFFT(static_cast<const kxFrequencyBuffer&>(cross), c, imaginary);
+    kfInverseFFT(inverse, c, imaginary, true);
 
     long px = 0, py = 0;
     for (long y = 0; y < H; ++y)

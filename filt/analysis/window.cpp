@@ -9,9 +9,24 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 
 template <typename T>
+void windowIntoImpl(const kxPelBuffer_const<T>& image, const kxWindow& window, bool removeMean,
+                    const kxPelBuffer<double>& destination);
+
+template <typename T>
 kxPelBuffer<double> applyWindow(const kxPelBuffer_const<T>& image, const kxWindow& window, bool removeMean)
 {
     kx_analysis::requireImage(image);
+    kxPelBuffer<double> result(image.width(), image.height());
+    kx_analysis::windowInto(image, window, removeMean, result);
+    result.offset(image.offset());
+    result.copyXforms(image);
+    return result;
+}
+
+template <typename T>
+void windowIntoImpl(const kxPelBuffer_const<T>& image, const kxWindow& window, bool removeMean,
+                    const kxPelBuffer<double>& destination)
+{
     const long w = image.width(), h = image.height();
     const std::vector<double> wx = kfWindowWeights(w, window);
     const std::vector<double> wy = kfWindowWeights(h, window);
@@ -30,18 +45,32 @@ kxPelBuffer<double> applyWindow(const kxPelBuffer_const<T>& image, const kxWindo
         mean = weights > 0.0 ? sum / weights : 0.0;
     }
 
-    kxPelBuffer<double> result(w, h);
-    result.offset(image.offset());
-    result.copyXforms(image);
     const T* row = image.pointToOffset();
-    double* out = result.pointToOffset();
-    for (long y = 0; y < h; ++y, row += image.rowUpdate(), out += result.rowUpdate())
+    double* out = destination.pointToOffset();
+    for (long y = 0; y < h; ++y, row += image.rowUpdate(), out += destination.rowUpdate())
         for (long x = 0; x < w; ++x)
             out[x] = (static_cast<double>(row[x]) - mean) * (wx[x] * wy[y]);
-    return result;
 }
 
 }  // namespace
+
+void kx_analysis::windowInto(const kxPelBuffer_const<unsigned char>& image, const kxWindow& window, bool removeMean,
+                             const kxPelBuffer<double>& destination)
+{
+    windowIntoImpl(image, window, removeMean, destination);
+}
+
+void kx_analysis::windowInto(const kxPelBuffer_const<unsigned short>& image, const kxWindow& window, bool removeMean,
+                             const kxPelBuffer<double>& destination)
+{
+    windowIntoImpl(image, window, removeMean, destination);
+}
+
+void kx_analysis::windowInto(const kxPelBuffer_const<double>& image, const kxWindow& window, bool removeMean,
+                             const kxPelBuffer<double>& destination)
+{
+    windowIntoImpl(image, window, removeMean, destination);
+}
 
 void kx_analysis::requireWindow(const kxWindow& window)
 {
