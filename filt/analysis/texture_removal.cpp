@@ -162,9 +162,21 @@ kxPelBuffer<T> removeTexture(const kxPelBuffer_const<T>& image, const kxTextureR
         for (kxPeriodicComponent& c : notches)
             c.sigma = kxPair<double>(sx, sy);
 
+        // The correction assumes that the texture ends at the borders, with
+        // zeros beyond as far as the notch's envelope reaches (about three
+        // standard deviations, 1 / (2 pi sigma) pixels each); on a grid
+        // with less padding the envelope would reach round to the other
+        // side. So the grid is enlarged when the 2048 limit allows.
+        const long reachX = static_cast<long>(std::ceil(3.0 / (2.0 * kPi * sx)));
+        const long reachY = static_cast<long>(std::ceil(3.0 / (2.0 * kPi * sy)));
+        const long W = kf_PaddedSize(w + reachX) <= 2048 ? kf_PaddedSize(w + reachX) : kf_PaddedSize(w);
+        const long H = kf_PaddedSize(h + reachY) <= 2048 ? kf_PaddedSize(h + reachY) : kf_PaddedSize(h);
+        kxPelBuffer<double> grid(W, H);
+        for (long y = 0; y < h; ++y)
+            for (long x = 0; x < w; ++x)
+                grid(x, y) = centred(x, y);
         kxFrequencyBuffer spectrum;
-        kfForwardFFT<double>(centred, spectrum);
-        const long W = spectrum.width(), H = spectrum.height();
+        kfForwardFFT<double>(grid, spectrum);
         kfPeriodicRejectFilter(notches, kxPair<long>(W, H), 1.0, options.minSigma).apply(spectrum);
         kxPelBuffer<double> notched, imaginary;
         kfInverseFFT(spectrum, notched, imaginary, true);

@@ -292,7 +292,10 @@ KXFREQ_API kxPelBuffer<double> kf_RemovePeriodicTexture(const kxPelBuffer_const<
 /// texture times the image's support blurred by the notch's envelope. The
 /// part taken out is therefore divided by that blurred support (a separable
 /// product, exactly the blur the notches apply) before it is subtracted, so
-/// that the texture is removed up to the borders.
+/// that the texture is removed up to the borders. This needs zero padding
+/// as wide as the envelope reaches (3 / (2 pi sigma) pixels), so the image is
+/// transformed on a grid enlarged for it when that grid stays within 2048;
+/// an image too large for that keeps some texture along its borders.
 ///
 /// The result has the image's size, offset and client transform; 8- and
 /// 16-bit results are rounded and clamped to the pixel range. An image
