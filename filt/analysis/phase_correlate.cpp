@@ -4,11 +4,11 @@
 // zero image of the padded size, so that the transforms see exactly the
 // grid on which the correlation lives:
 //
-//     +-----------+-----+        the correlation of two W x H grids is
-//     | image w x h|  0 |        periodic with period (W, H): a peak at
-//     +-----------+     |        column c stands for the shift c when
-//     |       0         |        c < W/2 and c - W otherwise, whatever the
-//     +-----------------+        image width w is.
+//     +-------------+-----+      the correlation of two W x H grids is
+//     | image w x h |  0  |      periodic with period (W, H): a peak at
+//     +-------------+     |      column c stands for the shift c when
+//     |        0          |      c < W/2 and c - W otherwise, whatever the
+//     +-------------------+      image width w is.
 //
 // Removing the mean matters: the padded image's step from its mean to zero
 // would correlate with itself and put a peak at zero shift.
@@ -241,9 +241,9 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
     if (surface) {
         // Centred: zero shift at (W/2, H/2).
         kxPelBuffer<double> centred(W, H);
-        for (long y = 0; y < H; ++y)
-            for (long x = 0; x < W; ++x)
-                centred((x + W / 2) % W, (y + H / 2) % H) = c(x, y);
+        for (long row = 0; row < H; ++row)
+            for (long column = 0; column < W; ++column)
+                centred((column + W / 2) % W, (row + H / 2) % H) = c(column, row);
         *surface = centred;
     }
     return result;

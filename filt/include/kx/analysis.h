@@ -207,9 +207,13 @@ struct kxPeriodicSearchOptions {
 /// a windowed image, see the image form), strongest first.
 ///
 /// Peaks are local maxima of the magnitude that stand out by
-/// `options.threshold` over the noise floor of their ring, at least
-/// `options.minFrequency` from the zero frequency, and not within the main
-/// lobe of a stronger peak. Each peak's position is refined to a fraction of
+/// `options.threshold` over the noise floor: the largest of the median of
+/// their ring, of their neighbourhood (outside their main lobe, within three
+/// lobes) and of that stretch of their own row and column, so that the
+/// ripples along a streak (the spectrum of a straight edge or a shading)
+/// do not count. They lie at least `options.minFrequency` and one main lobe
+/// from the zero frequency, and not within the main lobe of a stronger
+/// peak. Each peak's position is refined to a fraction of
 /// a bin by a Gaussian fit through its neighbours. A peak at n times the
 /// frequency of a stronger one (n up to `options.maxHarmonic`, allowing for
 /// folding) is reported as its harmonic, as is a weaker peak found at such a
