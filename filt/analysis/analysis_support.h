@@ -20,7 +20,7 @@ constexpr const char* kThreshold = "Thresholds must be finite and greater than 1
 constexpr const char* kMaxHarmonic = "Maximum harmonic order must be between 1 and 256.";
 constexpr const char* kMinFrequency = "Minimum frequency must be between 0.0 and 0.5.";
 constexpr const char* kFilterSize = "Size must be a power of 2 no larger than 2048.";
-constexpr const char* kWidths = "Width scale must be at least 1 and minimum sigma positive, both finite.";
+constexpr const char* kWidths = "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.";
 constexpr const char* kComponent = "Component frequencies and widths must be finite.";
 constexpr const char* kNoData = "FrequencyBuffer has not been initialized";
 constexpr const char* kInverseComputed = "Cannot access frequency data once inverse has been computed.";
@@ -42,6 +42,17 @@ inline void requireImage(const kx_PelBuffer& image)
 }
 
 void requireWindow(const kxWindow& window);
+
+// Notches wider than this (cycles per pixel, one standard deviation) are
+// narrowed to it: wider is no longer a notch, and the cost of building the
+// filter grows with the area each notch covers.
+constexpr double kMaxNotchSigma = 0.1;
+
+inline void requireWidths(double widthScale, double minSigma)
+{
+    require<kxFrequencyDefs::InvalidArgument>(
+        widthScale >= 1.0 && widthScale <= 10.0 && minSigma > 0.0 && minSigma <= kMaxNotchSigma, kWidths);
+}
 
 // The windowed image (kfApplyWindow's pixels) written into the top left
 // corner of `destination`, which is at least as large; nothing else of it

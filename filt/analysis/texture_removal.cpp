@@ -55,17 +55,15 @@ kxFrequencyFilterImage kfPeriodicRejectFilter(const std::vector<kxPeriodicCompon
     require<kxFrequencyDefs::InvalidArgument>(W >= 1 && W <= 2048 && H >= 1 && H <= 2048 && kf_IsPowerOfTwo(W) &&
                                                   kf_IsPowerOfTwo(H),
                                               kFilterSize);
-    require<kxFrequencyDefs::InvalidArgument>(widthScale >= 1.0 && std::isfinite(widthScale) && minSigma > 0.0 &&
-                                                  std::isfinite(minSigma),
-                                              kWidths);
+    requireWidths(widthScale, minSigma);
     for (const kxPeriodicComponent& c : components)
         require<kxFrequencyDefs::InvalidArgument>(finite(c), kComponent);
 
     std::vector<double> gain(static_cast<std::size_t>(W * H), 1.0);
     for (const kxPeriodicComponent& c : components) {
         // Widths in bins of each axis.
-        const double su = std::max(widthScale * std::fabs(c.sigma.x()), minSigma) * W;
-        const double sv = std::max(widthScale * std::fabs(c.sigma.y()), minSigma) * H;
+        const double su = std::min(std::max(widthScale * std::fabs(c.sigma.x()), minSigma), kMaxNotchSigma) * W;
+        const double sv = std::min(std::max(widthScale * std::fabs(c.sigma.y()), minSigma), kMaxNotchSigma) * H;
         std::vector<std::pair<double, double>> lobes = {{c.fx, c.fy}};
         for (const auto& h : c.harmonics)
             lobes.emplace_back(h.fx, h.fy);
@@ -130,9 +128,7 @@ kxPelBuffer<T> removeTexture(const kxPelBuffer_const<T>& image, const kxTextureR
     using namespace kx_analysis;
     requireImage(image);
     require<kxFrequencyDefs::InvalidSize>(image.width() >= 8 && image.height() >= 8, kTooSmall);
-    require<kxFrequencyDefs::InvalidArgument>(options.widthScale >= 1.0 && std::isfinite(options.widthScale) &&
-                                                  options.minSigma > 0.0 && std::isfinite(options.minSigma),
-                                              kWidths);
+    requireWidths(options.widthScale, options.minSigma);
     const std::vector<kxPeriodicComponent> components = kfFindPeriodicComponents(image, options.search);
     const long w = image.width(), h = image.height();
 
@@ -158,6 +154,8 @@ kxPelBuffer<T> removeTexture(const kxPelBuffer_const<T>& image, const kxTextureR
             sx = std::max(sx, options.widthScale * std::fabs(c.sigma.x()));
             sy = std::max(sy, options.widthScale * std::fabs(c.sigma.y()));
         }
+        sx = std::min(sx, kMaxNotchSigma);
+        sy = std::min(sy, kMaxNotchSigma);
         std::vector<kxPeriodicComponent> notches = components;
         for (kxPeriodicComponent& c : notches)
             c.sigma = kxPair<double>(sx, sy);

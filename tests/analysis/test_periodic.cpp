@@ -325,11 +325,11 @@ TEST(TextureRemoval, BadInput)
     kxTextureRemovalOptions o;
     o.minSigma = std::nan("");
     expectError<Arg>([&] { kfRemovePeriodicTexture<unsigned char>(image, o); },
-                     "Width scale must be at least 1 and minimum sigma positive, both finite.");
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
     o = kxTextureRemovalOptions();
     o.widthScale = 0.5;
     expectError<Arg>([&] { kfRemovePeriodicTexture<unsigned char>(image, o); },
-                     "Width scale must be at least 1 and minimum sigma positive, both finite.");
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
     o = kxTextureRemovalOptions();
     o.search.maxComponents = -1;
     expectError<Arg>([&] { kfRemovePeriodicTexture<unsigned char>(image, o); },
@@ -343,9 +343,13 @@ TEST(TextureRemoval, BadInput)
     expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(4096, 64)); }, "Size must be a power of 2 no larger than 2048.");
     expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(0, 64)); }, "Size must be a power of 2 no larger than 2048.");
     expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(64, 64), std::nan("")); },
-                     "Width scale must be at least 1 and minimum sigma positive, both finite.");
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
+    expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(64, 64), 10.5); },
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
+    expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(64, 64), 1.5, 0.2); },
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
     expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(64, 64), 1.5, 0.0); },
-                     "Width scale must be at least 1 and minimum sigma positive, both finite.");
+                     "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.");
     c.fx = std::nan("");
     expectError<Arg>([&] { kfPeriodicRejectFilter({c}, kxPair<long>(64, 64)); },
                      "Component frequencies and widths must be finite.");

@@ -253,16 +253,17 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponents(
 struct kxTextureRemovalOptions {
     kxPeriodicSearchOptions search;  ///< what counts as a periodic component
     /// Width of each notch (Gaussian standard deviation) in units of the
-    /// peak's measured width; at least `minSigma`. 1 or more.
+    /// peak's measured width; at least `minSigma`. 1 to 10.
     double widthScale = 1.5;
-    double minSigma = 0.01;          ///< cycles per pixel (above 0)
+    double minSigma = 0.01;          ///< cycles per pixel, above 0 and at most 0.1
 };
 
 /// A reject filter for a spectrum of padded size `size`: a transfer
 /// function that is 1 everywhere except for a Gaussian notch on both lobes
 /// (+-(fx, fy)) of every component and every harmonic, each notch
 /// widthScale times the component's width (at least minSigma) in
-/// standard deviations. Notches multiply where they overlap; the zero
+/// standard deviations, at most 0.1 cycle per pixel (a wider notch is
+/// narrowed to that). Notches multiply where they overlap; the zero
 /// frequency always keeps gain 1. Apply it with its apply() to the spectrum
 /// of the image (unwindowed).
 /// @throws kxFrequencyDefs::InvalidArgument for a size that is not a power of
