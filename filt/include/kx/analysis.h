@@ -99,8 +99,10 @@ kxPelBuffer<double> kfApplyWindow(const kxPelBuffer_const<T>& image, const kxWin
 struct kxPhaseCorrelation {
     double dx = 0.0;          ///< horizontal translation, pixels
     double dy = 0.0;          ///< vertical translation, pixels (y grows downwards)
-    /// Height of the normalised correlation peak, 0 to 1: near 1 for two
-    /// views of the same content, a few hundredths for unrelated images. The
+    /// Height of the normalised correlation peak, 0 to 1: 1 for an image and
+    /// an exact circular shift of it, typically 0.1 to 0.5 for two noisy
+    /// views of one scene that overlap by half or more (less the less they
+    /// overlap), a few hundredths for unrelated images. The
     /// height is taken at the sub-pixel position (the peak's samples straddle
     /// it), so a half-pixel shift does not lower it.
     double confidence = 0.0;
