@@ -139,9 +139,12 @@ KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelate(const kxPelBuffer_const<double>&
 /// of negligible magnitude are set to zero). Its inverse over the whole
 /// padded grid is the correlation surface; its highest sample is the integer
 /// shift, read modulo the padded size (shifts up to half the padded size in
-/// either direction), and the peak's neighbours give the fraction of a pixel
-/// in each direction. Images may have any size up to 2048 a side; the shift
-/// must be smaller than about half the image for the images to overlap.
+/// either direction). The fraction of a pixel comes from the surface between
+/// its samples, evaluated from the normalised spectrum along x and then y
+/// (twice), so that it follows the peak's true shape, sharp or broadened by
+/// noise. Images may have any size up to 2048 a side; the shift should stay
+/// below about 40 % of the image's side, so that the windowed views still
+/// share enough content.
 ///
 /// @param reference the fixed image
 /// @param moving    the image whose displacement is measured
