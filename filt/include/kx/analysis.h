@@ -35,8 +35,10 @@
 /// Both are symmetric and reach 0 at the first and last sample. Tukey with
 /// taper 0 is flat (no window); with taper 1 it is the Hann window.
 struct kxWindow {
-    /// The window's shape.
-    enum Type {
+    /// The window's shape. The underlying type is fixed so that any int
+    /// (read from a configuration, say) is a valid value to check; values
+    /// other than these are refused.
+    enum Type : int {
         eNone = 0,   ///< every weight 1
         eHann = 1,   ///< raised cosine over the whole axis
         eTukey = 2   ///< flat top with raised-cosine tapers
