@@ -153,11 +153,14 @@ private:
     double refine(const std::vector<std::complex<double>>& line, long n, double t0, double& height) const
     {
         constexpr int kSteps = 32;
-        double best = -1e300;
-        int bestStep = 0;
+        // Ties keep the sample itself: along an axis of one row the surface
+        // is flat and the integer position is the answer.
         std::vector<double> values(2 * kSteps + 1);
-        for (int s = -kSteps; s <= kSteps; ++s) {
+        for (int s = -kSteps; s <= kSteps; ++s)
             values[s + kSteps] = value(line, n, t0 + static_cast<double>(s) / kSteps);
+        double best = values[kSteps];
+        int bestStep = 0;
+        for (int s = -kSteps; s <= kSteps; ++s) {
             if (values[s + kSteps] > best) {
                 best = values[s + kSteps];
                 bestStep = s;

@@ -252,6 +252,14 @@ TEST(PhaseCorrelate, TinyImages)
     EXPECT_EQ(r.dx, 0.0);
     EXPECT_EQ(r.dy, 0.0);
     EXPECT_EQ(r.confidence, 0.0);
+
+    // One row: the shift along it, none across.
+    const Field line = kxsynth::naturalImage(200, 1, 9u);
+    const auto ref = kxsynth::toDoubles(kxsynth::crop(line, 40, 0, 120, 1));
+    const auto mov = kxsynth::toDoubles(kxsynth::crop(line, 33, 0, 120, 1));
+    const kxPhaseCorrelation row = kfPhaseCorrelate<double>(ref, mov);
+    EXPECT_NEAR(row.dx, 7.0, 0.1);
+    EXPECT_EQ(row.dy, 0.0);
 }
 
 }  // namespace
