@@ -210,16 +210,21 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
     kfFrequencyMultiply(inverse, cross);
     normaliseToUnitModulus(cross);
 
-    // The inverse runs in place on a copy (same size: the store is reused),
-    // so that the normalised spectrum stays for the sub-pixel refinement.
-    inverse = cross;
-    kxPelBuffer<double> c, imaginary;
-    kfInverseFFT(inverse, c, imaginary, true);
+    // The unscaled inverse into the spent buffer (same size: its store is
+    // reused, nothing is allocated), so that the normalised spectrum stays
+    // for the sub-pixel refinement. Its real parts, divided by W x H, are
+    // the correlation surface.
+    kfInverseFFT(static_cast<const kxFrequencyBuffer&>(cross), inverse);
+    const float* samples = Access::data(inverse);
+    const double scale = 1.0 / (static_cast<double>(W) * static_cast<double>(H));
+    auto c = [&](long column, long row) { return static_cast<double>(samples[2 * (row * W + column)]) * scale; };
 
     long px = 0, py = 0;
+    double peak = c(0, 0);
     for (long y = 0; y < H; ++y)
         for (long x = 0; x < W; ++x)
-            if (c(x, y) > c(px, py)) {
+            if (c(x, y) > peak) {
+                peak = c(x, y);
                 px = x;
                 py = y;
             }
@@ -228,7 +233,7 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
     kxPhaseCorrelation result;
     double x = static_cast<double>(2 * px < W ? px : px - W);
     double y = static_cast<double>(2 * py < H ? py : py - H);
-    double height = c(px, py);
+    double height = peak;
     if (height > 0.0) {
         const SurfaceInterpolator surfaceAt(cross);
         const double x0 = x, y0 = y;
