@@ -47,9 +47,9 @@ void normaliseToUnitModulus(kxFrequencyBuffer& cross)
         const double re = d[2 * i], im = d[2 * i + 1];
         const double m2 = re * re + im * im;
         if (m2 > floor && m2 > 0.0) {
-            const double m = std::sqrt(m2);
-            d[2 * i] = static_cast<float>(re / m);
-            d[2 * i + 1] = static_cast<float>(im / m);
+            const double inverse = 1.0 / std::sqrt(m2);
+            d[2 * i] = static_cast<float>(re * inverse);
+            d[2 * i + 1] = static_cast<float>(im * inverse);
         } else {
             d[2 * i] = 0.0f;
             d[2 * i + 1] = 0.0f;
