@@ -30,6 +30,10 @@ constexpr long kRingElements = 32;
 constexpr double kDynamicRange = 1e-4;
 // Peaks this close (bins) to a predicted harmonic place count as it.
 constexpr double kHarmonicTolerance = 1.5;
+// Only this many of the strongest local maxima are sorted into peaks and
+// harmonics, which bounds the pairwise work on spectra with no noise (a
+// synthetic image can have thousands of ripples over the floor).
+constexpr std::size_t kMaxCandidates = 1024;
 // A weaker peak becomes the fundamental of a stronger one up to this order.
 constexpr long kMaxPromotedOrder = 3;
 
@@ -296,6 +300,8 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponents(const kxFrequencyBuffe
         }
     std::sort(candidates.begin(), candidates.end(),
               [](const Peak& a, const Peak& b) { return a.strength > b.strength; });
+    if (candidates.size() > kMaxCandidates)
+        candidates.resize(kMaxCandidates);
 
     // Strongest first: a peak inside the main lobe of a stronger one (or of
     // its conjugate) is part of it.

@@ -224,7 +224,8 @@ struct kxPeriodicSearchOptions {
 /// a bin by a Gaussian fit through its neighbours. A peak at n times the
 /// frequency of a stronger one (n up to `options.maxHarmonic`, allowing for
 /// folding) is reported as its harmonic, as is a weaker peak found at such a
-/// place above `options.harmonicThreshold`.
+/// place above `options.harmonicThreshold`. Of the local maxima over the
+/// thresholds, the 1024 strongest are considered.
 /// @throws kxFrequencyDefs::Uninitialized for a buffer without data,
 ///         kxFrequencyDefs::InvalidBuffer for one holding an inverse,
 ///         kxFrequencyDefs::InvalidSize for a buffer smaller than 8 x 8,
