@@ -60,3 +60,10 @@ for op, peer in peers.items():
             ratios.append(f"{ours / t:.2f}" if t else "n/a")
         print(f"| {op} | {size} | " + " | ".join(cells + ratios) + " |")
 PY
+
+# Phase correlation beside cv::phaseCorrelate: its own program, which
+# prints the accuracy of both on test pairs, then their times.
+if cmake --build "$build" -j2 --target kxfreq_bench_phase_correlate > /dev/null 2>&1; then
+  echo
+  "$build/bench/kxfreq_bench_phase_correlate" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+fi

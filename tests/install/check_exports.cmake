@@ -54,4 +54,13 @@ foreach(public "kxFrequencyBuffer::kxFrequencyBuffer" "kxFrequencyDefs::BadCoord
     message(FATAL_ERROR "public symbol ${public} is not exported")
   endif()
 endforeach()
+# The analysis functions.
+foreach(public "kfWindowWeights" "kf_ApplyWindow" "kf_PhaseCorrelate" "kfFindPeriodicComponents" "kf_FindPeriodicComponents" "kfPeriodicRejectFilter" "kf_RemovePeriodicTexture")
+  if(NOT symbols MATCHES "${public}")
+    message(FATAL_ERROR "public symbol ${public} is not exported")
+  endif()
+endforeach()
+if(symbols MATCHES "kx_analysis")
+  message(FATAL_ERROR "internal analysis helpers are exported")
+endif()
 message(STATUS "exports ok")
