@@ -3,6 +3,8 @@
 # and that are not there yet. Safe to run again.
 set -euo pipefail
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev)
+# The Python module, its tests and the API reference.
+needed+=(python3-dev python3-numpy python3-pytest pybind11-dev doxygen)
 missing=()
 for p in "${needed[@]}"; do
   dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")
