@@ -166,8 +166,11 @@ struct StridedSource {
     {
     }
 
+    // An empty array is an image without pixels (an unbound pel buffer).
     kxPelBuffer<T> copy() const
     {
+        if (width == 0 || height == 0)
+            return kxPelBuffer<T>();
         kxPelBuffer<T> image(width, height, 32);
         for (long y = 0; y < height; ++y) {
             const char* from = base + y * rowStride;
