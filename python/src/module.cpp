@@ -701,7 +701,7 @@ UninitializedError without data and InvalidBufferError after an in-place inverse
                 return std::move(view);
             return view.attr("astype")(dtype);
         },
-        py::arg("dtype") = py::none());
+        py::arg("dtype") = py::none(), "The view of Spectrum.array, or a converted copy when dtype is given.");
     spectrum.def(
         "get",
         [](const Spectrum& s, long x, long y, bool centered) {
@@ -853,8 +853,10 @@ frequency keeps its values.
     image.def_property_readonly("size", [](const kxFrequencyFilterImage& f) {
         return py::make_tuple(f.supportWidth(), f.supportHeight());
     }, "(width, height): the padded size of the transfer spectrum.");
-    image.def_property_readonly("support_width", &kxFrequencyFilterImage::supportWidth);
-    image.def_property_readonly("support_height", &kxFrequencyFilterImage::supportHeight);
+    image.def_property_readonly("support_width", &kxFrequencyFilterImage::supportWidth,
+                                "Padded width of the transfer spectrum.");
+    image.def_property_readonly("support_height", &kxFrequencyFilterImage::supportHeight,
+                                "Padded height of the transfer spectrum.");
     image.def("__repr__", [](const kxFrequencyFilterImage& f) {
         return "kxfreq.ImageFilter(" + std::to_string(f.supportWidth()) + " x " + std::to_string(f.supportHeight()) +
                ")";
