@@ -23,9 +23,9 @@ public:
 
     // A new heap copy of the filter; the caller owns it.
     virtual kxFrequencyFilter* clone() const = 0;
-    virtual bool isInitialized() const;
-    virtual void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const = 0;
-    virtual void apply(kxFrequencyBuffer& buffer) const = 0;
+    virtual bool isInitialized() const;  // whether it has a transfer function
+    virtual void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const = 0;  // src filtered into dst
+    virtual void apply(kxFrequencyBuffer& buffer) const = 0;  // filtered in place
 
 protected:
     // A copy is a new persistent object and starts uninitialised.
@@ -86,7 +86,7 @@ struct kx_RadialState {
 // support, not a table of the buffer's size.
 class KXFREQ_API kxFrequencyFilterGabor : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterGabor();
+    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
     kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                            double frequency, const kxPair<long>& size, long dcRemovalRadius);
     kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
@@ -94,7 +94,7 @@ public:
     ~kxFrequencyFilterGabor() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGabor& other) const;
+    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
 
     // Gives the filter its parameters (also an uninitialised one).
     void set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
@@ -109,7 +109,7 @@ public:
     void size(const kxPair<long>& value);
     void dcRemovalRadius(long value);
 
-    kxPair<double> sigma() const;
+    kxPair<double> sigma() const;  // the parameters; the table's size
     kxPair<double> plateau() const;
     kxRadian angle() const;
     double frequency() const;
@@ -144,7 +144,7 @@ private:
 // values.
 class KXFREQ_API kxFrequencyFilterGaborReject : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterGaborReject();
+    kxFrequencyFilterGaborReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterGaborReject(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                                  double frequency, const kxPair<long>& size, long dcProtectionRadius);
     kxFrequencyFilterGaborReject(const kxFrequencyFilterGaborReject& other);
@@ -152,19 +152,19 @@ public:
     ~kxFrequencyFilterGaborReject() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGaborReject& other) const;
+    bool operator==(const kxFrequencyFilterGaborReject& other) const;  // same parameters and gains
 
-    void set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
+    void set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,  // new parameters
              const kxPair<long>& size, long dcProtectionRadius);
 
-    void sigma(const kxPair<double>& value);
+    void sigma(const kxPair<double>& value);  // as in kxFrequencyFilterGabor
     void plateau(const kxPair<double>& value);
     void angle(kxRadian value);
     void frequency(double value);
     void size(const kxPair<long>& value);
     void dcProtectionRadius(long value);
 
-    kxPair<double> sigma() const;
+    kxPair<double> sigma() const;  // the parameters; the table's size
     kxPair<double> plateau() const;
     kxRadian angle() const;
     double frequency() const;
@@ -199,24 +199,24 @@ private:
 // The filter stores a one-dimensional profile oversampled 32 times.
 class KXFREQ_API kxFrequencyFilterBandPass : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterBandPass();
+    kxFrequencyFilterBandPass();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
     kxFrequencyFilterBandPass(const kxFrequencyFilterBandPass& other);
     kxFrequencyFilterBandPass& operator=(const kxFrequencyFilterBandPass& other);
     ~kxFrequencyFilterBandPass() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandPass& other) const;
+    bool operator==(const kxFrequencyFilterBandPass& other) const;  // same parameters and gains
 
-    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);  // new parameters
 
-    void sigma(double value);
+    void sigma(double value);  // setters: rebuild on change; throw if uninitialised
     void plateau(double value);
     void frequency(double value);
     void size(const kxPair<long>& value);
     void dcRemovalRadius(long value);
 
-    double sigma() const;
+    double sigma() const;  // the parameters
     double plateau() const;
     double frequency() const;
     kxPair<long> size() const;
@@ -245,24 +245,24 @@ private:
 // frequency keeps its values.
 class KXFREQ_API kxFrequencyFilterBandReject : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterBandReject();
+    kxFrequencyFilterBandReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
     kxFrequencyFilterBandReject(const kxFrequencyFilterBandReject& other);
     kxFrequencyFilterBandReject& operator=(const kxFrequencyFilterBandReject& other);
     ~kxFrequencyFilterBandReject() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandReject& other) const;
+    bool operator==(const kxFrequencyFilterBandReject& other) const;  // same parameters and gains
 
-    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);  // new parameters
 
-    void sigma(double value);
+    void sigma(double value);  // setters: rebuild on change; throw if uninitialised
     void plateau(double value);
     void frequency(double value);
     void size(const kxPair<long>& value);
     void dcProtectionRadius(long value);
 
-    double sigma() const;
+    double sigma() const;  // the parameters
     double plateau() const;
     double frequency() const;
     kxPair<long> size() const;
@@ -290,16 +290,16 @@ private:
 // "FrequencyBuffer has not been initialized".
 class KXFREQ_API kxFrequencyFilterImage : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterImage();
+    kxFrequencyFilterImage();  // empty, or with a copy of image; copies
     explicit kxFrequencyFilterImage(const kxFrequencyBuffer& image);
     kxFrequencyFilterImage(const kxFrequencyFilterImage& other);
     kxFrequencyFilterImage& operator=(const kxFrequencyFilterImage& other);
     ~kxFrequencyFilterImage() override;
 
-    bool operator==(const kxFrequencyFilterImage& other) const;
+    bool operator==(const kxFrequencyFilterImage& other) const;  // same transfer buffer
     kxFrequencyFilter* clone() const override;
 
-    void setImage(const kxFrequencyBuffer& image);
+    void setImage(const kxFrequencyBuffer& image);  // a copy of image becomes the transfer function
     // The padded size of the transfer buffer.
     long supportWidth() const;
     long supportHeight() const;
