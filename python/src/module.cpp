@@ -662,6 +662,8 @@ padded from that requested size.
 )doc");
     spectrum.def(py::init([]() { return std::make_unique<Spectrum>(); }));
     spectrum.def(py::init([](long width, long height) {
+                     if (width < 1 || height < 1)
+                         throw py::value_error("width and height must be at least 1");
                      auto s = std::make_unique<Spectrum>();
                      s->buffer = kxFrequencyBuffer(width, height);
                      return s;

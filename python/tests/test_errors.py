@@ -124,3 +124,5 @@ def test_other_argument_errors():
         kxfreq.Gabor(0.01, (0, 0), 0, 0.1, (8, 8), 0)
     with pytest.raises(TypeError):
         kxfreq.Filter()
+    with pytest.raises(ValueError, match="at least 1"):
+        kxfreq.Spectrum(0, 4)

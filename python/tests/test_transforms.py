@@ -67,7 +67,11 @@ def test_non_contiguous_and_fortran_ordered_inputs(rng, dtype):
         "transposed": base.T,
         "reversed": base[::-1, ::-1],
         "column slice": base[:, 5:40],
+        "broadcast row": numpy.broadcast_to(base[3], (20, base.shape[1])),
     }
+    read_only = base.copy()
+    read_only.flags.writeable = False
+    views["read-only"] = read_only
     for name, view in views.items():
         expected = kxfreq.forward(numpy.ascontiguousarray(view)).to_bytes()
         assert kxfreq.forward(view).to_bytes() == expected, name
