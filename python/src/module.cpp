@@ -115,29 +115,41 @@ const char* pixelName(PixelType t)
     return t == PixelType::u8 ? "uint8" : t == PixelType::u16 ? "uint16" : "float64";
 }
 
+// The pixel type of a dtype, by its kind and size (not by object identity:
+// equal dtypes need not be the same object); false when it is none of them.
+bool pixelTypeOfDtype(const py::dtype& d, PixelType& type)
+{
+    if (!d.attr("isnative").cast<bool>())
+        return false;
+    const std::string code = d.attr("char").cast<std::string>();
+    if (code == "B")
+        type = PixelType::u8;
+    else if (code == "H")
+        type = PixelType::u16;
+    else if (code == "d")
+        type = PixelType::f64;
+    else
+        return false;
+    return true;
+}
+
 PixelType pixelTypeOf(const py::array& a, const char* what)
 {
-    if (a.dtype().is(py::dtype::of<std::uint8_t>()))
-        return PixelType::u8;
-    if (a.dtype().is(py::dtype::of<std::uint16_t>()))
-        return PixelType::u16;
-    if (a.dtype().is(py::dtype::of<double>()))
-        return PixelType::f64;
-    throw py::type_error(std::string(what) + " must have dtype uint8, uint16 or float64 (native byte order), not " +
-                         py::str(a.dtype()).cast<std::string>());
+    PixelType type;
+    if (!pixelTypeOfDtype(a.dtype(), type))
+        throw py::type_error(std::string(what) + " must have dtype uint8, uint16 or float64 (native byte order), not " +
+                             py::str(a.dtype()).cast<std::string>());
+    return type;
 }
 
 // The pixel type a dtype argument names (numpy.uint8, "uint16", numpy.dtype(...)).
 PixelType pixelTypeNamed(const py::object& dtype)
 {
     py::dtype d = py::dtype::from_args(dtype);
-    if (d.is(py::dtype::of<std::uint8_t>()))
-        return PixelType::u8;
-    if (d.is(py::dtype::of<std::uint16_t>()))
-        return PixelType::u16;
-    if (d.is(py::dtype::of<double>()))
-        return PixelType::f64;
-    throw py::type_error("dtype must be uint8, uint16 or float64, not " + py::str(d).cast<std::string>());
+    PixelType type;
+    if (!pixelTypeOfDtype(d, type))
+        throw py::type_error("dtype must be uint8, uint16 or float64, not " + py::str(d).cast<std::string>());
+    return type;
 }
 
 py::array asImageArray(const py::object& object, const char* what)

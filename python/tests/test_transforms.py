@@ -79,6 +79,15 @@ def test_non_contiguous_and_fortran_ordered_inputs(rng, dtype):
     assert same_bits(base, base.copy())
 
 
+def test_dtypes_are_recognised_by_kind_not_by_identity(rng):
+    image = random_image(rng, numpy.uint16, (9, 7))
+    with_metadata = image.view(numpy.dtype(numpy.uint16, metadata={"unit": "counts"}))
+    assert with_metadata.dtype is not image.dtype
+    assert kxfreq.forward(with_metadata).to_bytes() == kxfreq.forward(image).to_bytes()
+    assert kxfreq.inverse(kxfreq.forward(image), dtype=numpy.dtype("<u2")).dtype == numpy.uint16
+    assert kxfreq.inverse(kxfreq.forward(image), dtype="float64").dtype == numpy.float64
+
+
 def test_non_native_byte_order_is_refused_with_a_type_error():
     image = numpy.zeros((4, 4), dtype=">u2")
     with pytest.raises(TypeError, match="uint8, uint16 or float64"):
