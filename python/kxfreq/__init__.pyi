@@ -64,7 +64,7 @@ class Spectrum:
     @property
     def array(self) -> numpy.ndarray:
         """Writable complex64 view (height, width) on the store, no copy; keeps the spectrum alive."""
-    def __array__(self, dtype: Optional[DTypeLike] = ...) -> numpy.ndarray: ...
+    def __array__(self, dtype: Optional[DTypeLike] = ..., copy: Optional[bool] = ...) -> numpy.ndarray: ...
     def get(self, x: int, y: int, centered: bool = ...) -> complex:
         """Element (x, y); centred: signed frequencies, -(width/2) <= x < (width+1)/2."""
     def put(self, x: int, y: int, value: complex, centered: bool = ...) -> None:

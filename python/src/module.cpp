@@ -709,13 +709,16 @@ UninitializedError without data and InvalidBufferError after an in-place inverse
 )doc");
     spectrum.def(
         "__array__",
-        [](py::object self, py::object dtype) -> py::object {
+        [](py::object self, py::object dtype, py::object copy) -> py::object {
             py::array view = spectrumView(self);
-            if (dtype.is_none())
-                return std::move(view);
-            return view.attr("astype")(dtype);
+            if (!dtype.is_none())
+                return view.attr("astype")(dtype);
+            if (!copy.is_none() && copy.cast<bool>())
+                return view.attr("copy")();
+            return std::move(view);
         },
-        py::arg("dtype") = py::none(), "The view of Spectrum.array, or a converted copy when dtype is given.");
+        py::arg("dtype") = py::none(), py::arg("copy") = py::none(),
+        "The view of Spectrum.array; a converted copy when dtype is given, a copy when copy is true.");
     spectrum.def(
         "get",
         [](const Spectrum& s, long x, long y, bool centered) {
@@ -790,9 +793,10 @@ zero-padded to powers of two; with `imag`, of the complex image image + i imag
     m.def("inverse", &inverse, py::arg("spectrum"), py::arg("dtype") = py::dtype::of<std::uint8_t>(),
           py::arg("scale") = false, py::arg("in_place") = false, R"doc(
 The magnitude of the inverse divided by width x height, cropped to the requested
-size, as an array of `dtype` (uint8, uint16 or float64). Integer results keep the
-low bits of the truncated value (no clamping); `scale` stretches the image's own
-range to the full pixel range. `in_place` overwrites the spectrum's store.
+size, as an array of `dtype` (uint8, uint16 or float64). Integer results are
+rounded (0.5 added, then truncated) and keep their low bits, without clamping;
+`scale` stretches the image's own range to the full pixel range. `in_place`
+overwrites the spectrum's store, after which its frequency data cannot be read.
 )doc");
     m.def("inverse_angle", &inverseAngle, py::arg("spectrum"), py::arg("dtype") = py::dtype::of<std::uint8_t>(),
           py::arg("scale") = false, py::arg("in_place") = false,

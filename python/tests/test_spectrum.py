@@ -64,6 +64,8 @@ def test_view_is_zero_copy_and_writable(rng):
     # A dtype asked of __array__ gives a converted copy.
     converted = numpy.asarray(spectrum, dtype=numpy.complex128)
     assert converted.dtype == numpy.complex128 and not numpy.shares_memory(converted, view)
+    copied = spectrum.__array__(copy=True)
+    assert copied.dtype == numpy.complex64 and not numpy.shares_memory(copied, view)
     # Element-wise work through the view is seen by the inverse.
     view[:] = 0
     view[0, 0] = 32 * 32 * 7
