@@ -2,7 +2,9 @@
 # Installs, with apt-get, the Debian packages that building and testing need
 # and that are not there yet. Safe to run again.
 set -euo pipefail
-needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev)
+# clang and its runtime build the fuzz targets (libFuzzer, sanitizers);
+# binutils gives nm and objdump to the export and instruction checks.
+needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev binutils clang libclang-rt-14-dev)
 # The Python module, its tests and the API reference.
 needed+=(python3-dev python3-numpy python3-pytest pybind11-dev doxygen)
 missing=()

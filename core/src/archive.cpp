@@ -1,5 +1,6 @@
 #include <kx/core/archive.h>
 
+#include <algorithm>
 #include <cstring>
 #include <istream>
 #include <limits>
@@ -24,7 +25,25 @@ constexpr unsigned long kMaxClassNameLength = 1024;
 
 enum ObjectTag : unsigned char { kNullObject = 0, kNewObject = 1, kStoredObject = 2 };
 
+// Texts are read in pieces of at most this many bytes, so that a length
+// read from a source that cannot tell its size (a pipe) allocates no more
+// than the bytes that actually arrive, plus one piece.
+constexpr std::size_t kReadPiece = 65536;
+
 }  // namespace
+
+void kxArchive::readText(std::string& text, unsigned long length)
+{
+    requireItems(length, 1);
+    std::string read;
+    while (read.size() < length) {
+        const std::size_t piece = std::min<std::size_t>(kReadPiece, length - read.size());
+        const std::size_t at = read.size();
+        read.resize(at + piece);
+        readBytes(&read[at], piece);
+    }
+    text.swap(read);
+}
 
 kxArchive::UnknownVersion::UnknownVersion(const char* source, long line)
     : Error(describeVersion(source, line)), source_(source ? source : ""), line_(line)
@@ -119,11 +138,7 @@ kxArchive& kxArchive::operator||(std::string& value)
     unsigned long length = value.size();
     *this || length;
     if (loading_) {
-        requireItems(length, 1);
-        std::string text(length, '\0');
-        if (length > 0)
-            readBytes(&text[0], length);
-        value.swap(text);
+        readText(value, length);
     } else if (length > 0) {
         writeBytes(value.data(), length);
     }
@@ -202,10 +217,8 @@ std::shared_ptr<kxPersistent> kxArchive::loadObject()
         *this || length;
         if (length > kMaxClassNameLength)
             throw Error("kxArchive: class name of " + std::to_string(length) + " bytes is too long");
-        requireItems(length, 1);
-        std::string name(length, '\0');
-        if (length > 0)
-            readBytes(&name[0], length);
+        std::string name;
+        readText(name, length);
         std::shared_ptr<kxPersistent> object(kx_Instantiator::create(name));
         if (!object)
             throw Error("kxArchive: no class registered as '" + name + "'");

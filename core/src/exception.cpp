@@ -1,6 +1,7 @@
 #include <kx/core/archive.h>
 #include <kx/core/exception.h>
 
+#include <mutex>
 #include <ostream>
 #include <sstream>
 
@@ -15,12 +16,19 @@ std::string kxException::message() const
     return out.str();
 }
 
+// One lock for every exception: what() is rare, and a lock per object would
+// make exceptions uncopyable.
 const char* kxException::what() const noexcept
 {
-    try {
-        what_ = message();
-    } catch (...) {
-        what_.clear();
+    static std::mutex lock;
+    std::lock_guard<std::mutex> guard(lock);
+    if (!whatMade_) {
+        try {
+            what_ = message();
+        } catch (...) {
+            what_.clear();
+        }
+        whatMade_ = true;
     }
     return what_.c_str();
 }

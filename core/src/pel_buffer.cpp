@@ -2,10 +2,18 @@
 
 #include <limits>
 
+namespace {
+
+constexpr long kMaxCoordinate = 2147483647;
+
+}  // namespace
+
 kx_PelBuffer::kx_PelBuffer(long width, long height, long alignment, std::size_t pixelBytes)
 {
     if (width < 0 || height < 0)
         throw Error("kxPelBuffer: width and height cannot be negative");
+    if (width > kMaxCoordinate || height > kMaxCoordinate)
+        throw Error("kxPelBuffer: image too large");
     if (alignment < 1 || alignment > 4096 || (alignment & (alignment - 1)) != 0)
         throw Error("kxPelBuffer: alignment must be a power of two from 1 to 4096");
     const std::size_t align = static_cast<std::size_t>(alignment);
@@ -26,6 +34,14 @@ kx_PelBuffer::kx_PelBuffer(long width, long height, long alignment, std::size_t 
     width_ = width;
     height_ = height;
     rowUpdate_ = static_cast<long>(rowBytes / pixelBytes);
+}
+
+void kx_PelBuffer::offset(const kxPair<long>& offset)
+{
+    auto inRange = [](long v) { return v >= -kMaxCoordinate - 1 && v <= kMaxCoordinate; };
+    if (!inRange(offset.x()) || !inRange(offset.y()))
+        throw Error("kxPelBuffer: offset outside -2^31 .. 2^31 - 1");
+    offset_ = offset;
 }
 
 void kx_PelBuffer::throwIfUnbound() const

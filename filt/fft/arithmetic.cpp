@@ -3,24 +3,15 @@
 // compared by padded size only, so buffers from images of different sizes
 // that pad alike combine element by element.
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 
 #include <kx/fft.h>
 
 namespace {
 
 using Access = kx_FrequencyBufferAccess;
-
-void needData(const kxFrequencyBuffer& b)
-{
-    if (!Access::data(b))
-        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
-}
-
-void needFrequencyData(const kxFrequencyBuffer& b)
-{
-    if (Access::inverseComputed(b))
-        throw kxFrequencyDefs::InvalidBuffer("Cannot access frequency data once inverse has been computed.");
-}
+using kxfreq_detail::kf_RequireInitialized;
+using kxfreq_detail::kf_RequireNotInverted;
 
 void needSameSize(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* message)
 {
@@ -74,10 +65,10 @@ void subtractElements(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 // flag, b flag, size.
 void checkOperands(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* sizeMessage)
 {
-    needData(a);
-    needData(b);
-    needFrequencyData(a);
-    needFrequencyData(b);
+    kf_RequireInitialized(a);
+    kf_RequireInitialized(b);
+    kf_RequireNotInverted(a);
+    kf_RequireNotInverted(b);
     needSameSize(a, b, sizeMessage);
 }
 
@@ -100,30 +91,30 @@ void commutativeResult(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, k
 
 void kfFrequencyMultiply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    needData(dst);
-    needData(src);
+    kf_RequireInitialized(dst);
+    kf_RequireInitialized(src);
     needSameSize(src, dst, kMultiplySize);
-    needFrequencyData(src);
-    needFrequencyData(dst);
+    kf_RequireNotInverted(src);
+    kf_RequireNotInverted(dst);
     multiplyElements(src, dst);
 }
 
 void kfFrequencyAdd(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    needData(dst);
-    needData(src);
-    needFrequencyData(src);
-    needFrequencyData(dst);
+    kf_RequireInitialized(dst);
+    kf_RequireInitialized(src);
+    kf_RequireNotInverted(src);
+    kf_RequireNotInverted(dst);
     needSameSize(src, dst, kAddSize);
     addElements(src, dst);
 }
 
 void kfFrequencySubtract(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    needData(dst);
-    needData(src);
-    needFrequencyData(src);
-    needFrequencyData(dst);
+    kf_RequireInitialized(dst);
+    kf_RequireInitialized(src);
+    kf_RequireNotInverted(src);
+    kf_RequireNotInverted(dst);
     needSameSize(src, dst, kSubtractSize);
     subtractElements(src, dst);
 }
@@ -143,11 +134,11 @@ void kfFrequencyAdd(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFr
 // Always a - b with a's fields, also when result is b.
 void kfFrequencySubtract(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
 {
-    needData(a);
-    needData(b);
+    kf_RequireInitialized(a);
+    kf_RequireInitialized(b);
     needSameSize(a, b, kSubtractSize);
-    needFrequencyData(a);
-    needFrequencyData(b);
+    kf_RequireNotInverted(a);
+    kf_RequireNotInverted(b);
     if (&result == &b) {
         const kxFrequencyBuffer subtrahend = b;
         result = a;
@@ -161,8 +152,8 @@ void kfFrequencySubtract(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b,
 
 void kfFrequencyConjugate(kxFrequencyBuffer& buffer)
 {
-    needData(buffer);
-    needFrequencyData(buffer);
+    kf_RequireInitialized(buffer);
+    kf_RequireNotInverted(buffer);
     const long count = Access::paddedWidth(buffer) * Access::paddedHeight(buffer);
     float* d = Access::data(buffer);
     for (long i = 0; i < count; ++i)
@@ -171,8 +162,8 @@ void kfFrequencyConjugate(kxFrequencyBuffer& buffer)
 
 void kfFrequencyConjugate(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    needData(src);
-    needFrequencyData(src);
+    kf_RequireInitialized(src);
+    kf_RequireNotInverted(src);
     if (&src != &dst)
         dst = src;
     kfFrequencyConjugate(dst);

@@ -1,16 +1,12 @@
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 
 #include <kx/fft.h>
 
 #include <cstdint>
 #include <cstring>
 
-namespace {
-
-const char* const kNotInitialized = "FrequencyBuffer has not been initialized";
-const char* const kInverseComputed = "Cannot access frequency data once inverse has been computed.";
-
-}  // namespace
+using namespace kxfreq_detail;
 
 void kf_ClearPadding(long requestedWidth, long requestedHeight, long paddedWidth, long paddedHeight,
                      float* data)
@@ -122,7 +118,7 @@ kxFrequencyBuffer::~kxFrequencyBuffer() = default;
 void kxFrequencyBuffer::setAndAllocate(long width, long height)
 {
     if (!(width < 2049 && height < 2049))
-        throw kxFrequencyDefs::InvalidSize("Width and Height must be no larger than 2048.");
+        throw kxFrequencyDefs::InvalidSize(kSizeTooLarge);
     requestedWidth_ = width;
     requestedHeight_ = height;
     const long newWidth = kf_PaddedSize(width);
@@ -159,7 +155,7 @@ kxFrequencyBuffer& kxFrequencyBuffer::operator=(const kxFrequencyBuffer& src)
     }
     setAndAllocate(src.requestedWidth_, src.requestedHeight_);
     if (paddedWidth_ != src.paddedWidth_ || paddedHeight_ != src.paddedHeight_)
-        throw kxFrequencyDefs::InvalidSize("Width and Height must be no larger than 2048.");
+        throw kxFrequencyDefs::InvalidSize(kSizeTooLarge);
     transform_ = src.transform_;
     offset_ = src.offset_;
     inverseComputed_ = src.inverseComputed_;
@@ -191,24 +187,19 @@ bool kxFrequencyBuffer::operator==(const kxFrequencyBuffer& other) const
 
 long kxFrequencyBuffer::width() const
 {
-    if (!data_)
-        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
+    kf_RequireInitialized(*this);
     return paddedWidth_;
 }
 
 long kxFrequencyBuffer::height() const
 {
-    if (!data_)
-        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
+    kf_RequireInitialized(*this);
     return paddedHeight_;
 }
 
 long kxFrequencyBuffer::elementIndex(long x, long y, bool centered) const
 {
-    if (!data_)
-        throw kxFrequencyDefs::Uninitialized(kNotInitialized);
-    if (inverseComputed_)
-        throw kxFrequencyDefs::InvalidBuffer(kInverseComputed);
+    kf_RequireFrequencyData(*this);
     bool inside;
     if (centered) {
         inside = x >= -(paddedWidth_ / 2) && x < (paddedWidth_ + 1) / 2 && y >= -(paddedHeight_ / 2) &&
@@ -221,7 +212,7 @@ long kxFrequencyBuffer::elementIndex(long x, long y, bool centered) const
         inside = x >= 0 && x < paddedWidth_ && y >= 0 && y < paddedHeight_;
     }
     if (!inside)
-        throw kxFrequencyDefs::BadCoord("Coordinates are out of bounds");
+        throw kxFrequencyDefs::BadCoord(kCoordinatesOutOfBounds);
     return 2 * (y * paddedWidth_ + x);
 }
 

@@ -27,6 +27,15 @@ struct kx_FrequencyBufferAccess {
         b.maskedMaxy_ = maxy;
     }
 
+    // Not initialized again (every read throws Uninitialized); the store is
+    // kept for the next setAndAllocate of the same size.
+    static void invalidate(Buffer& b)
+    {
+        b.data_ = nullptr;
+        b.masked_ = 0;
+        b.inverseComputed_ = false;
+    }
+
     static bool inverseComputed(const Buffer& b) { return b.inverseComputed_; }
     static void inverseComputed(Buffer& b, bool value) { b.inverseComputed_ = value; }
 
@@ -42,11 +51,14 @@ struct kx_FrequencyBufferAccess {
 void kf_ClearPadding(long requestedWidth, long requestedHeight, long paddedWidth, long paddedHeight,
                      float* data);
 
-// The smallest power of two not below `value` (1 for value <= 1).
+// The smallest power of two not below `value` (1 for value <= 1). Values
+// above the largest power of two a long holds give that power, which is
+// below them, so the power-of-two test below refuses them.
 inline long kf_PaddedSize(long value)
 {
+    constexpr long largest = std::numeric_limits<long>::max() / 2 + 1;
     long size = 1;
-    while (size < value)
+    while (size < value && size < largest)
         size *= 2;
     return size;
 }

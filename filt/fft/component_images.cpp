@@ -1,5 +1,6 @@
 // Real, imaginary, magnitude and phase images of a buffer.
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 
 #include <kx/fft.h>
 
@@ -22,10 +23,7 @@ using Access = kx_FrequencyBufferAccess;
 template <typename Component>
 kxPelBuffer<double> componentImage(const kxFrequencyBuffer& buffer, bool centered, Component component)
 {
-    if (!Access::data(buffer))
-        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
-    if (Access::inverseComputed(buffer))
-        throw kxFrequencyDefs::InvalidBuffer("Cannot access frequency data once inverse has been computed.");
+    kxfreq_detail::kf_RequireFrequencyData(buffer);
     const long W = Access::paddedWidth(buffer);
     const long H = Access::paddedHeight(buffer);
     kxPelBuffer<double> image(W, H, 32);

@@ -1,5 +1,6 @@
 // Forward transforms: images (or a buffer holding spatial data) to spectra.
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 #include "fft/engine/engine.h"
 #include "fft/periodic_copy.h"
 
@@ -129,8 +130,7 @@ void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_cons
 
 void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
 {
-    if (!Access::data(source))
-        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
+    kxfreq_detail::kf_RequireInitialized(source);
     result = source;
     Access::inverseComputed(result, false);
     Access::masked(result, 0);

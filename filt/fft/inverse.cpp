@@ -7,6 +7,7 @@
 // deliver it into the caller's image (bound: only the overlap changes;
 // unbound: the caller's image becomes the result).
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 #include "fft/engine/engine.h"
 #include "fft/periodic_copy.h"
 
@@ -20,11 +21,7 @@ namespace {
 
 using Access = kx_FrequencyBufferAccess;
 
-void requireData(const kxFrequencyBuffer& buffer)
-{
-    if (!Access::data(buffer))
-        throw kxFrequencyDefs::Uninitialized("FrequencyBuffer has not been initialized");
-}
+using kxfreq_detail::kf_RequireInitialized;
 
 // The engine's inverse over the whole buffer, or only over the masked band
 // of rows when the buffer has one (rows outside it are zero).
@@ -204,7 +201,7 @@ template <typename T, typename SecondImage>
 void inverseWorker(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, SecondImage second, bool scale,
                    bool inPlace, bool deferOffset)
 {
-    requireData(buffer);
+    kf_RequireInitialized(buffer);
     SpatialData spatial(buffer, inPlace);
     const kxFrequencyBuffer& data = spatial.working();
     ResultImage<T> result(image, data, deferOffset);
@@ -292,7 +289,7 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<unsigned char>& quadrant,
                    bool /*scale*/, bool inPlace)
 {
-    requireData(buffer);
+    kf_RequireInitialized(buffer);
     SpatialData spatial(buffer, inPlace);
     const kxFrequencyBuffer& data = spatial.working();
     ResultImage<double> magnitude(image, data);
@@ -319,7 +316,7 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelB
 
 void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kxPelBuffer<double>& imag, bool inPlace)
 {
-    requireData(buffer);
+    kf_RequireInitialized(buffer);
     SpatialData spatial(buffer, inPlace);
     const kxFrequencyBuffer& data = spatial.working();
     ResultImage<double> re(real, data);
@@ -354,7 +351,7 @@ void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kx
 
 void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace)
 {
-    requireData(src);
+    kf_RequireInitialized(src);
     const bool alreadyComputed = Access::inverseComputed(src);
     inPlace = inPlace || alreadyComputed;
     if (!inPlace)

@@ -19,8 +19,9 @@
 // the buffer as it was. An archive is untrusted input; with data present it
 // must hold power-of-two padded sizes not below the requested sizes and
 // exactly paddedWidth x paddedHeight x 2 floats, or the load is refused with
-// kxArchive::Error before anything is sized from it. Sizes are otherwise taken
-// as they stand (no 2048 limit).
+// kxArchive::Error before anything is sized from it; so are a masked flag
+// other than 0 or 1, a band row beyond 2^30 in magnitude and a negative
+// requested size. Sizes are otherwise taken as they stand (no 2048 limit).
 #include "fft/archive_arrays.h"
 #include "fft/buffer_access.h"
 
@@ -31,8 +32,19 @@ namespace {
 
 void refuse(const std::string& why) { throw kxArchive::Error("kxFrequencyBuffer: " + why); }
 
-void checkLoaded(long pw, long ph, long rw, long rh, bool hasData, const std::vector<float>& floats)
+// A band's rows are centred row indices; a filter's band reaches at most the
+// height of its table beyond the buffer (a table holds fewer than 2^28
+// gains), so anything farther is corrupt, and refusing it keeps the
+// arithmetic on band limits far from overflow.
+constexpr long kMaxBandRow = 1L << 30;
+
+void checkLoaded(long pw, long ph, long rw, long rh, long masked, long miny, long maxy, bool hasData,
+                 const std::vector<float>& floats)
 {
+    if (masked != 0 && masked != 1)
+        refuse("stored masked flag " + std::to_string(masked) + " is neither 0 nor 1");
+    if (miny < -kMaxBandRow || miny > kMaxBandRow || maxy < -kMaxBandRow || maxy > kMaxBandRow)
+        refuse("stored masked band " + std::to_string(miny) + " .. " + std::to_string(maxy) + " is out of range");
     if (!hasData) {
         if (!floats.empty())
             refuse("data stored for a buffer without data");
@@ -41,8 +53,8 @@ void checkLoaded(long pw, long ph, long rw, long rh, bool hasData, const std::ve
     if (!kf_IsPowerOfTwo(pw) || !kf_IsPowerOfTwo(ph))
         refuse("stored padded size " + std::to_string(pw) + " x " + std::to_string(ph) +
                " is not a power of two");
-    if (rw > pw || rh > ph)
-        refuse("stored requested size exceeds the padded size");
+    if (rw < 0 || rh < 0 || rw > pw || rh > ph)
+        refuse("stored requested size is negative or exceeds the padded size");
     if (static_cast<unsigned long>(pw) * static_cast<unsigned long>(ph) * 2 != floats.size())
         refuse("stored float count " + std::to_string(floats.size()) + " does not match the size " +
                std::to_string(pw) + " x " + std::to_string(ph));
@@ -83,7 +95,7 @@ kxArchive& operator||(kxArchive& archive, kxFrequencyBuffer& buffer)
     if (archive.isStoring())
         return archive;
 
-    checkLoaded(pw, ph, rw, rh, hasData, floats);
+    checkLoaded(pw, ph, rw, rh, masked, miny, maxy, hasData, floats);
     std::vector<float> store;
     if (hasData)
         store.assign(floats.size() + 7, 0.0f);

@@ -3,11 +3,8 @@
 
 #include <kx/freqfilt.h>
 
+#include <algorithm>
 #include <cstdint>
-
-const char* const kf_BufferNotInitialized = "FrequencyBuffer has not been initialized";
-const char* const kf_FilterNotInitialized = "FrequencyFilter has not been initialized";
-const char* const kf_SizeMismatch = "Size of frequency buffer does not match size of filter.";
 
 kxFrequencyFilter::kxFrequencyFilter() : initialized_(false) {}
 
@@ -25,14 +22,14 @@ bool kxFrequencyFilter::isInitialized() const { return initialized_; }
 
 void kxFrequencyFilter::dispatchSerialize(kxArchive& archive)
 {
-    kf_DispatchFilter(archive, this, sizeof(kxFrequencyFilter),
-                      [&](unsigned char version) { kxFrequencyFilter::serialize_(archive, version); });
+    kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(kxFrequencyFilter), [&](unsigned char version) {
+        kxFrequencyFilter::serialize_(archive, version);
+    });
 }
 
 void kxFrequencyFilter::serialize_(kxArchive& archive, unsigned char version)
 {
-    if (version != 0)
-        throw kxArchive::UnknownVersion("filt/freqfilt", __LINE__);
+    kxfreq_detail::kf_RequireFilterVersion(version, __LINE__);
     kxPersistent::dispatchSerialize(archive);
     archive || initialized_;
 }
@@ -53,40 +50,38 @@ float* kxFrequencyFilter::getFrequencyBufferData(kxFrequencyBuffer& buffer) { re
 
 const float* kxFrequencyFilter::getFrequencyBufferData(const kxFrequencyBuffer& buffer) { return buffer.data(); }
 
-void kf_RequireBufferData(const float* data)
+void kxFrequencyFilter::invalidateFrequencyBuffer(kxFrequencyBuffer& buffer)
 {
-    if (!data)
-        throw kxFrequencyDefs::Uninitialized(kf_BufferNotInitialized);
+    kx_FrequencyBufferAccess::invalidate(buffer);
 }
 
-void kf_RequireTransferFunction(const void* table)
+namespace kxfreq_detail {
+
+void kf_RequireFilterVersion(unsigned char version, long line)
 {
-    if (!table)
-        throw kxFrequencyDefs::Uninitialized(kf_FilterNotInitialized);
+    if (version != 0)
+        throw kxArchive::UnknownVersion("filt/freqfilt", line);
 }
 
-void kf_RequireFilterSize(const kxFrequencyBuffer& buffer, const kxPair<long>& size)
-{
-    if (buffer.width() != size.x())
-        throw kxFrequencyDefs::InvalidSize(kf_SizeMismatch);
-    if (buffer.height() != size.y())
-        throw kxFrequencyDefs::InvalidSize(kf_SizeMismatch);
-}
+[[noreturn]] void kf_RefuseLoad(const std::string& why) { throw kxArchive::Error("kxFrequencyFilter: " + why); }
 
-void kf_RequirePowerOfTwoSize(const kxPair<long>& size)
+float* kf_AlignedTable(std::vector<float>& store, std::size_t count)
 {
-    if (!kf_IsPowerOfTwo(size.x()))
-        throw kxFrequencyDefs::InvalidSize("Size must be a power of 2.");
-    if (!kf_IsPowerOfTwo(size.y()))
-        throw kxFrequencyDefs::InvalidSize("Size must be a power of 2.");
-}
-
-float* kf_AlignedTable(std::vector<float>& store, std::size_t count, std::size_t spare)
-{
-    store.resize(count + spare);
+    store.resize(count + 3);
     std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store.data());
     address = (address + 15) & ~static_cast<std::uintptr_t>(15);
     return reinterpret_cast<float*>(address);
+}
+
+float* kf_CommitTable(std::vector<float>& store, float* table, std::size_t oldCount, std::vector<float>& built,
+                      float* builtTable, std::size_t count)
+{
+    if (table && oldCount == count) {
+        std::copy(builtTable, builtTable + count, table);
+        return table;
+    }
+    store.swap(built);
+    return builtTable;
 }
 
 void kf_ClearDcSquare(kxFrequencyBuffer& buffer, long radius)
@@ -104,7 +99,7 @@ std::vector<kxPair<double>> kf_SaveDcSquare(const kxFrequencyBuffer& buffer, lon
     std::vector<kxPair<double>> saved;
     if (radius == 0)
         return saved;
-    saved.reserve(static_cast<std::size_t>(radius) * static_cast<std::size_t>(radius));
+    saved.reserve(static_cast<std::size_t>(2 * radius - 1) * static_cast<std::size_t>(2 * radius - 1));
     const long r = radius - 1;
     for (long y = -r; y <= r; ++y)
         for (long x = -r; x <= r; ++x)
@@ -128,15 +123,17 @@ float* kf_LoadTable(std::vector<float>& store, bool hasTable, unsigned long expe
 {
     if (!hasTable) {
         if (!loaded.empty())
-            throw kxArchive::Error("kxFrequencyFilter: gains stored for a filter without a table");
+            kf_RefuseLoad("gains stored for a filter without a table");
         store.clear();
         store.shrink_to_fit();
         return nullptr;
     }
     if (expected == 0 || loaded.size() < expected)
-        throw kxArchive::Error("kxFrequencyFilter: stored gain table does not match its stored size");
-    float* table = kf_AlignedTable(store, loaded.size(), 3);
+        kf_RefuseLoad("stored gain table does not match its stored size");
+    float* table = kf_AlignedTable(store, loaded.size());
     std::fill(store.begin(), store.end(), 0.0f);
     std::copy(loaded.begin(), loaded.end(), table);
     return table;
 }
+
+}  // namespace kxfreq_detail

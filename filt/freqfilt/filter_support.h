@@ -1,41 +1,58 @@
 #pragma once
-// Internal: checks and helpers shared by the filters.
+// Internal: what the filters share besides the filter base: their tables,
+// the square around the zero frequency, persistence and the per-element
+// operations of their walks.
+#include "fft/checks.h"
+
 #include <kx/freqfilt.h>
 
-#include <cstdint>
+#include <cstddef>
+#include <new>
+#include <string>
 #include <vector>
 
-extern const char* const kf_BufferNotInitialized;   // "FrequencyBuffer has not been initialized"
-extern const char* const kf_FilterNotInitialized;   // "FrequencyFilter has not been initialized"
-extern const char* const kf_SizeMismatch;           // "Size of frequency buffer does not match size of filter."
+namespace kxfreq_detail {
 
-void kf_RequireBufferData(const float* data);
-void kf_RequireTransferFunction(const void* table);
-// The buffer's padded width against size.x, then its height against size.y.
-void kf_RequireFilterSize(const kxFrequencyBuffer& buffer, const kxPair<long>& size);
+// Resizes `store` to `count` floats plus room for the 16-byte alignment and
+// returns its first 16-byte aligned address. A vector of floats is at least
+// 4-byte aligned, so rounding up skips at most three floats: three spare
+// floats are all any table needs.
+float* kf_AlignedTable(std::vector<float>& store, std::size_t count);
 
-// The library's power-of-two test for filter sizes ("Size must be a power of
-// 2."), x first.
-void kf_RequirePowerOfTwoSize(const kxPair<long>& size);
-
-// Resizes `store` to `count` + `spare` floats and returns its first 16-byte
-// aligned address.
-float* kf_AlignedTable(std::vector<float>& store, std::size_t count, std::size_t spare);
+// Puts a table built aside (in `built`, from `builtTable`) in place of the
+// filter's: a table of the same element count is overwritten where it is,
+// so its address does not change; any other replaces the store.
+float* kf_CommitTable(std::vector<float>& store, float* table, std::size_t oldCount, std::vector<float>& built,
+                      float* builtTable, std::size_t count);
 
 // The square of frequencies -(radius - 1) .. radius - 1 on both axes around
 // the zero frequency, row by row (y outer, x inner), in centred addressing.
-// Coordinates outside the buffer make the buffer throw BadCoord.
+// Callers check it against the buffer first (kf_RequireDcSquareInside).
 void kf_ClearDcSquare(kxFrequencyBuffer& buffer, long radius);
 std::vector<kxPair<double>> kf_SaveDcSquare(const kxFrequencyBuffer& buffer, long radius);
 void kf_RestoreDcSquare(kxFrequencyBuffer& buffer, long radius, const std::vector<kxPair<double>>& saved);
 
-// Loading a gain table: the rule of the filters (empty without a table;
-// otherwise the larger of the expected and the loaded count, plus 3 spare
-// floats, zero-filled, the loaded gains at the start). An archive is
-// untrusted: a table smaller than `expected` gains, or an expected count of
-// zero, is refused with kxArchive::Error before anything is sized.
+// Loading a gain table: empty without a table; otherwise the larger of the
+// expected and the loaded count, zero-filled, the loaded gains at the start.
+// An archive is untrusted: a table smaller than `expected` gains, or an
+// expected count of zero, is refused with kxArchive::Error.
 float* kf_LoadTable(std::vector<float>& store, bool hasTable, unsigned long expected,
                     const std::vector<float>& loaded);
+
+// Refuses a load with kxArchive::Error naming what is wrong.
+[[noreturn]] void kf_RefuseLoad(const std::string& why);
+
+// Runs a filter's parameter checks on values read from an archive: a
+// library error becomes kxArchive::Error with the library's message.
+template <typename Check>
+auto kf_CheckLoaded(Check check) -> decltype(check())
+{
+    try {
+        return check();
+    } catch (const kxFrequencyDefs::Errors& e) {
+        kf_RefuseLoad(std::string("stored parameters are not valid: ") + e.what());
+    }
+}
 
 // Streams the versioned dispatch of one filter class: the visited check,
 // the version byte, then `serialize(version)`, then the visited mark.
@@ -49,6 +66,9 @@ void kf_DispatchFilter(kxArchive& archive, const void* object, std::size_t key, 
     serialize(version);
     kxPersistent::setVisited(archive, object, key);
 }
+
+// Every filter class checks its version byte the same way.
+void kf_RequireFilterVersion(unsigned char version, long line);
 
 // How the setters compare a new value with the stored one: pairs, angles and
 // integers by inequality, doubles by a less-or-greater test (so a NaN never
@@ -78,3 +98,45 @@ inline void kf_CopyElement(const float* src, float* dst)
     dst[0] = src[0];
     dst[1] = src[1];
 }
+
+// The filters' long loops poll for cancellation every 16 rows, like the
+// engine's passes.
+inline void kf_PollEvery16(long row)
+{
+    if (row % 16 == 0)
+        kxAttention::check();
+}
+
+}  // namespace kxfreq_detail
+
+// The members every concrete filter class defines the same way: factory,
+// copy, comparison, the DC radius under the class's own name, and the
+// versioned persistence around the body's fields (all or nothing on load).
+#define KX_DEFINE_FILTER_CLASS(Class, Body, Role, Radius)                                          \
+    kx_Instantiator Class::sExemplar(typeid(Class), &Class::make);                                \
+    kxPersistent* Class::make() { return new (std::nothrow) Class(); }                            \
+    Class::Class() : Body(Role) {}                                                                \
+    Class::Class(const Class& other) : kxPersistent(), kxRepBase(), Body(other) {}                \
+    Class& Class::operator=(const Class& other)                                                   \
+    {                                                                                             \
+        Body::operator=(other);                                                                   \
+        return *this;                                                                             \
+    }                                                                                             \
+    Class::~Class() = default;                                                                    \
+    kxFrequencyFilter* Class::clone() const { return new Class(*this); }                          \
+    bool Class::operator==(const Class& other) const { return equals(other); }                    \
+    void Class::Radius(long value) { dcRadius(value); }                                           \
+    long Class::Radius() const { return dcRadius(); }                                             \
+    void Class::dispatchSerialize(kxArchive& archive)                                             \
+    {                                                                                             \
+        kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(Class),                            \
+                                         [&](unsigned char version) { serialize_(archive, version); }); \
+    }                                                                                             \
+    void Class::serialize_(kxArchive& archive, unsigned char version)                             \
+    {                                                                                             \
+        kxfreq_detail::kf_RequireFilterVersion(version, __LINE__);                                \
+        loadAllOrNothing(archive, [&] {                                                           \
+            kxFrequencyFilter::dispatchSerialize(archive);                                        \
+            streamFields(archive);                                                                \
+        });                                                                                       \
+    }

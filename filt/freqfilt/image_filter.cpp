@@ -37,7 +37,7 @@ kxFrequencyFilter* ImageFilter::clone() const { return new (std::nothrow) ImageF
 
 void ImageFilter::create(const kxFrequencyBuffer& image)
 {
-    kf_RequireBufferData(getFrequencyBufferData(image));
+    kxfreq_detail::kf_RequireInitialized(image);
     mutating();
     transfer_ = image;
     setInitialized(true);
@@ -52,10 +52,9 @@ long ImageFilter::supportHeight() const { return transfer_.height(); }
 // transfer function is a buffer without data. Long-standing, kept.
 void ImageFilter::checkApplicable(const kxFrequencyBuffer& buffer) const
 {
-    kf_RequireBufferData(getFrequencyBufferData(buffer));
-    kf_RequireBufferData(getFrequencyBufferData(transfer_));
-    if (buffer.width() != transfer_.width() || buffer.height() != transfer_.height())
-        throw kxFrequencyDefs::InvalidSize(kf_SizeMismatch);
+    kxfreq_detail::kf_RequireInitialized(buffer);
+    kxfreq_detail::kf_RequireInitialized(transfer_);
+    kxfreq_detail::kf_RequireFilterSize(buffer, kxPair<long>(transfer_.width(), transfer_.height()));
 }
 
 void ImageFilter::apply(kxFrequencyBuffer& buffer) const
@@ -75,14 +74,15 @@ void ImageFilter::apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) co
 
 void ImageFilter::dispatchSerialize(kxArchive& archive)
 {
-    kf_DispatchFilter(archive, this, sizeof(ImageFilter),
+    kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(ImageFilter),
                       [&](unsigned char version) { ImageFilter::serialize_(archive, version); });
 }
 
 void ImageFilter::serialize_(kxArchive& archive, unsigned char version)
 {
-    if (version != 0)
-        throw kxArchive::UnknownVersion("filt/freqfilt", 2853);
-    kxFrequencyFilter::dispatchSerialize(archive);
-    archive || transfer_;
+    kxfreq_detail::kf_RequireFilterVersion(version, 2853);
+    loadAllOrNothing(archive, [&] {
+        kxFrequencyFilter::dispatchSerialize(archive);
+        archive || transfer_;
+    });
 }

@@ -6,6 +6,9 @@
 #include <limits>
 #include <new>
 #include <sstream>
+#include <streambuf>
+
+#include <sys/resource.h>
 
 namespace {
 
@@ -284,4 +287,57 @@ TEST(Archive, TransformCacheStreamsItsLinearForm)
     kx2XformCache loaded;
     in || loaded;
     EXPECT_EQ(loaded, cache);
+}
+
+namespace {
+
+// A stream over bytes that cannot seek, like a pipe: the archive cannot learn
+// how much data there is.
+class PipeBuffer : public std::streambuf {
+public:
+    explicit PipeBuffer(std::vector<char> bytes) : bytes_(std::move(bytes))
+    {
+        setg(bytes_.data(), bytes_.data(), bytes_.data() + bytes_.size());
+    }
+
+private:
+    std::vector<char> bytes_;
+};
+
+long peakResidentKiB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+}  // namespace
+
+// A length read from the data used to be allocated before any byte was
+// read: four bytes asked for 4 GiB.
+TEST(Archive, LengthsFromAStreamThatCannotSeekAllocateOnlyWhatArrives)
+{
+    const long before = peakResidentKiB();
+    for (const std::vector<char>& bytes :
+         {std::vector<char>{'\xff', '\xff', '\xff', '\xff'}, std::vector<char>{'\xff', '\xff', '\xff', '\x7f', 'a', 'b'}}) {
+        PipeBuffer pipe(bytes);
+        std::istream in(&pipe);
+        kxStreamArchive archive(in);
+        ASSERT_EQ(archive.remaining(), std::numeric_limits<std::size_t>::max());
+        std::string text = "kept";
+        EXPECT_THROW(archive || text, kxArchive::Error);
+        EXPECT_EQ(text, "kept");
+    }
+    EXPECT_LT(peakResidentKiB() - before, 64 * 1024);
+    // Texts of any length still arrive whole through such a stream.
+    std::string longText(200000, 'x');
+    longText[199999] = 'y';
+    kxMemoryArchive out;
+    out || longText;
+    PipeBuffer pipe(std::vector<char>(out.bytes().begin(), out.bytes().end()));
+    std::istream in(&pipe);
+    kxStreamArchive archive(in);
+    std::string read;
+    archive || read;
+    EXPECT_EQ(read, longText);
 }

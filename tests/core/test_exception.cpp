@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
 TEST(Exception, MessageIsWhatAndNullIsEmpty)
 {
     kxExceptionWithString e("disk on fire");
@@ -39,4 +44,29 @@ TEST(Exception, ArchivesItsText)
     EXPECT_EQ(std::string(loaded.what()), "broken");
     EXPECT_TRUE(loaded.hasMessage());
     EXPECT_EQ(in.remaining(), 0u);
+}
+
+// what() makes its text once and never changes it: one exception read from
+// several threads is not a data race (ThreadSanitizer checks this one).
+TEST(Exception, WhatIsSafeToReadFromSeveralThreads)
+{
+    const kxExceptionWithString withText("shared message");
+    struct Plain : kxException {
+    } plain;
+    std::vector<std::thread> readers;
+    std::atomic<int> mismatches{0};
+    for (int t = 0; t < 4; ++t)
+        readers.emplace_back([&] {
+            for (int i = 0; i < 1000; ++i) {
+                if (std::string(withText.what()) != "shared message")
+                    ++mismatches;
+                if (std::string(plain.what()) != "")
+                    ++mismatches;
+            }
+        });
+    for (std::thread& r : readers)
+        r.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    EXPECT_EQ(withText.what(), withText.what());
+    EXPECT_EQ(plain.what(), plain.what());
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 TEST(PelBuffer, DefaultIsUnbound)
 {
     kxPelBuffer<unsigned char> image;
@@ -101,4 +103,26 @@ TEST(PelBuffer, CopyBetweenWindowsOntoTheSamePixels)
     EXPECT_EQ(image(3, 0), 3);
     kxPelBuffer<unsigned short> unbound;
     EXPECT_THROW(kfPelCopy<unsigned short>(unbound, image), kx_PelBuffer::Error);
+}
+
+// Offsets near the ends of a long once overflowed offset + width in the
+// copies; they are refused where they are set.
+TEST(PelBuffer, OffsetsBeyondTheArchiveRangeAreRefused)
+{
+    kxPelBuffer<unsigned char> image(4, 4);
+    const long big = 2147483647L;
+    EXPECT_NO_THROW(image.offset(kxPair<long>(big, -big - 1)));
+    EXPECT_EQ(image.offset(), kxPair<long>(big, -big - 1));
+    for (long bad : {big + 1, -big - 2, std::numeric_limits<long>::max(), std::numeric_limits<long>::min()}) {
+        EXPECT_THROW(image.offset(kxPair<long>(bad, 0)), kx_PelBuffer::Error);
+        EXPECT_THROW(image.offset(kxPair<long>(0, bad)), kx_PelBuffer::Error);
+    }
+    EXPECT_EQ(image.offset(), kxPair<long>(big, -big - 1));
+    // The extreme offsets that remain copy without overflow.
+    kxPelBuffer<unsigned char> other(4, 4);
+    other.offset(kxPair<long>(big, -big - 1));
+    kfPelSet(image, static_cast<unsigned char>(9));
+    kfPelCopy(image, other);
+    EXPECT_EQ(other(3, 3), 9);
+    EXPECT_THROW(kxPelBuffer<unsigned char>(big + 1, 1), kx_PelBuffer::Error);
 }

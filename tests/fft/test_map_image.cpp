@@ -82,6 +82,20 @@ TEST(MapImage, UnknownMappingLeavesTheNewImageAsMade)
             EXPECT_EQ(out(x, y), 0);
 }
 
+// Any int is a valid mapping value (the enumeration has a fixed underlying
+// type), so a value far outside 0..4 is well defined: the image is made and
+// not written.
+TEST(MapImage, MappingValuesFarOutsideTheEnumerationAreWellDefined)
+{
+    kxPelBuffer<double> src(4, 2);
+    kfPelSet(src, 7.0);
+    for (int value : {5, 1000, -1, std::numeric_limits<int>::max()}) {
+        const kxPelBuffer<unsigned char> out = kfFrequencyMapImage(src, static_cast<Defs::FrequencyMapping>(value), 0, 0);
+        EXPECT_EQ(out.width(), 4);
+        EXPECT_EQ(out(3, 1), 0);
+    }
+}
+
 TEST(MapImage, KeepsTransformsButNotOffset)
 {
     kxPelBuffer<double> src(2, 2);

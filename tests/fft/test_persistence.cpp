@@ -34,10 +34,10 @@ Bytes store(kxFrequencyBuffer& b)
 }
 
 // Header of a stored buffer: version, 7 longs, the inverse flag.
-Bytes header(unsigned char version, long pw, long ph, long rw, long rh)
+Bytes header(unsigned char version, long pw, long ph, long rw, long rh, long masked = 0, long miny = 0,
+             long maxy = 0)
 {
     kxMemoryArchive out;
-    long masked = 0, miny = 0, maxy = 0;
     bool inverse = false;
     out || version || pw || ph || rw || rh || masked || miny || maxy || inverse;
     return out.bytes();
@@ -280,4 +280,42 @@ TEST(Persistence, HostileSizesAndCountsNeverAllocateBeyondTheData)
         EXPECT_NO_THROW(in || target);
         EXPECT_EQ(target.width(), 4096);
     }
+}
+
+// A band near the ends of the 32-bit range once overflowed the engine's band
+// test and the banded transpose; a constructed buffer's band never leaves
+// +-2^30, nor is its masked flag other than 0 or 1.
+TEST(Persistence, BandsAndFlagsNoConstructedBufferHasAreRefused)
+{
+    const long intMin = -2147483647L - 1, intMax = 2147483647L;
+    struct Case {
+        long masked, miny, maxy;
+    };
+    for (const Case& c : {Case{1, intMin, intMax}, Case{1, 0, intMax}, Case{0, intMin, 0}, Case{1, -(1L << 30) - 1, 3},
+                          Case{2, 0, 3}, Case{-1, 0, 3}}) {
+        Bytes bytes = header(1, 8, 8, 8, 8, c.masked, c.miny, c.maxy);
+        append(bytes, tail(true, 128, 128));
+        kxMemoryArchive in(bytes);
+        kxFrequencyBuffer target(4, 4);
+        const kxFrequencyBuffer before = target;
+        EXPECT_THROW(in || target, kxArchive::Error) << c.masked << " " << c.miny << " " << c.maxy;
+        EXPECT_TRUE(target == before);
+    }
+    // The widest band a filter can record still loads, and inverts.
+    Bytes bytes = header(1, 8, 8, 8, 8, 1, -(1L << 30), 1L << 30);
+    append(bytes, tail(true, 128, 128));
+    kxMemoryArchive in(bytes);
+    kxFrequencyBuffer target;
+    ASSERT_NO_THROW(in || target);
+    kxPelBuffer<double> out;
+    EXPECT_NO_THROW(kfInverseFFT<double>(target, out, false, false));
+}
+
+TEST(Persistence, NegativeRequestedSizesAreRefused)
+{
+    Bytes bytes = header(1, 8, 8, -3, 8);
+    append(bytes, tail(true, 128, 128));
+    kxMemoryArchive in(bytes);
+    kxFrequencyBuffer target;
+    EXPECT_THROW(in || target, kxArchive::Error);
 }

@@ -24,10 +24,7 @@ constexpr double kPi = 3.141592653589793;
 // The profile through its effect on a buffer of ones.
 std::vector<double> gainsOnRow0(const kxFrequencyFilter& f, long w, long h)
 {
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1, 1), false);
+    kxFrequencyBuffer b = kxtest::onesBuffer(w, h);
     f.apply(b);
     std::vector<double> g;
     for (long x = 0; x < w / 2; ++x)
@@ -186,15 +183,19 @@ TEST(BandFilters, RejectProtectsTheDcSquare)
     kxFrequencyBuffer c = kxtest::knownBuffer(32, 32);
     r0.apply(c);
     EXPECT_EQ(c.get(0, 0, true), kxPair<double>(0, 0));
-    // Protection beyond the buffer: refused while saving, before filtering.
+    // Protection beyond the buffer: refused before anything changes, in
+    // place and out of place.
     BandReject huge(0.02, 0.01, 0.1, {8, 8}, 6);
     kxFrequencyBuffer small = kxtest::knownBuffer(8, 8);
     Access::band(small, 1, 1, 1);
     expectError<Defs::BadCoord>([&] { huge.apply(small); }, "Coordinates are out of bounds");
     EXPECT_EQ(Access::masked(small), 1);
+    kxFrequencyBuffer unchanged = kxtest::knownBuffer(8, 8);
+    Access::band(unchanged, 1, 1, 1);
+    EXPECT_TRUE(small == unchanged);
     kxFrequencyBuffer dst;
     expectError<Defs::BadCoord>([&] { huge.apply(kxtest::knownBuffer(8, 8), dst); }, "Coordinates are out of bounds");
-    EXPECT_EQ(dst.width(), 8);   // out of place: after dst has been sized
+    EXPECT_EQ(Access::data(dst), nullptr);   // not sized either
 }
 
 TEST(BandFilters, OutOfPlaceGivesThePaddedSizeAsRequestedSize)

@@ -23,10 +23,7 @@ constexpr double kPi = 3.141592653589793;
 // buffer of ones around its centre.
 double gainAt(const Reject& r, long u, long v, long w, long h)
 {
-    kxFrequencyBuffer b(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x)
-            b.put(x, y, kxPair<double>(1, 1), false);
+    kxFrequencyBuffer b = kxtest::onesBuffer(w, h);
     r.apply(b);
     return b.getReal(u, v, true);
 }

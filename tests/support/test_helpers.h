@@ -6,10 +6,12 @@
 
 #include <functional>
 #include <string>
+#include <typeinfo>
 
 namespace kxtest {
 
-// Expects `call` to throw exactly E with `message` (null message: "").
+// Expects `call` to throw exactly E (not a class derived from it) with
+// `message` (null message: "").
 template <typename E>
 void expectError(const std::function<void()>& call, const char* message)
 {
@@ -17,6 +19,7 @@ void expectError(const std::function<void()>& call, const char* message)
         call();
         ADD_FAILURE() << "no exception, expected: " << message;
     } catch (const E& e) {
+        EXPECT_EQ(typeid(e), typeid(E)) << "thrown: " << typeid(e).name();
         EXPECT_EQ(std::string(e.what()), message);
     } catch (const std::exception& e) {
         ADD_FAILURE() << "other exception: " << e.what();
@@ -41,6 +44,17 @@ inline kxFrequencyBuffer knownBuffer(long w, long h)
     for (long y = 0; y < h; ++y)
         for (long x = 0; x < w; ++x)
             b.put(x, y, kxPair<double>(1.0 + x, 2.0 - y), false);
+    return b;
+}
+
+// A w x h buffer whose every element is (1, 1): filtering it shows a
+// filter's gains.
+inline kxFrequencyBuffer onesBuffer(long w, long h)
+{
+    kxFrequencyBuffer b(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x)
+            b.put(x, y, kxPair<double>(1, 1), false);
     return b;
 }
 

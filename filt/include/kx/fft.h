@@ -17,8 +17,10 @@ struct kx_FrequencyBufferAccess;
 // A scope for the library's error classes and display mappings.
 class KXFREQ_API kxFrequencyDefs {
 public:
-    // How kfFrequencyMapImage turns double values into grey levels.
-    enum FrequencyMapping {
+    // How kfFrequencyMapImage turns double values into grey levels. The
+    // underlying type is fixed so that any int is a valid value: one outside
+    // 0..4 gives an image of the right size whose pixels are not written.
+    enum FrequencyMapping : int {
         eMapClip = 0,         // the value itself, clamped to 0..255
         eMapLinear = 1,       // linear stretch of the data's own range
         eMapLinearRange = 2,  // linear stretch of the caller's range, clamped

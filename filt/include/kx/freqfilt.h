@@ -28,6 +28,10 @@ public:
     virtual void apply(kxFrequencyBuffer& buffer) const = 0;  // filtered in place
 
 protected:
+    // Pass filters keep what their lobe or ring selects and clear the rest;
+    // reject filters attenuate what it selects and keep the rest.
+    enum Role { ePass, eReject };
+
     // A copy is a new persistent object and starts uninitialised.
     kxFrequencyFilter(const kxFrequencyFilter& other);
     // Copies the initialised flag only.
@@ -45,6 +49,39 @@ protected:
     static void maskFrequencyBuffer(kxFrequencyBuffer& buffer, bool masked, long firstRow, long lastRow);
     static float* getFrequencyBufferData(kxFrequencyBuffer& buffer);
     static const float* getFrequencyBufferData(const kxFrequencyBuffer& buffer);
+    // Leaves the buffer not initialized: what a filter does to a buffer it
+    // was writing when an exception (a cancellation) stopped it, so that a
+    // half-filtered spectrum never reads as a result.
+    static void invalidateFrequencyBuffer(kxFrequencyBuffer& buffer);
+
+    // Runs `write`, which fills `buffer`; if an exception (a cancellation)
+    // stops it, the buffer is left not initialized.
+    template <typename Write>
+    static void writeOrInvalidate(kxFrequencyBuffer& buffer, Write write)
+    {
+        try {
+            write();
+        } catch (...) {
+            invalidateFrequencyBuffer(buffer);
+            throw;
+        }
+    }
+
+    // The load of a filter is all or nothing: serialize_ runs the whole
+    // stream in this guard, which puts the initialised flag back if the load
+    // fails after the base's share has been read.
+    template <typename Stream>
+    void loadAllOrNothing(kxArchive& archive, Stream stream)
+    {
+        const bool before = initialized_;
+        try {
+            stream();
+        } catch (...) {
+            if (archive.isLoading())
+                initialized_ = before;
+            throw;
+        }
+    }
 
 private:
     bool initialized_;
@@ -77,44 +114,35 @@ struct kx_RadialState {
     float* profile = nullptr;
 };
 
-// An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
-// (the plateau), centred `frequency` cycles per pixel from the zero frequency
-// in direction `angle`; sigma and plateau along (x) and across (y) that
-// direction, in cycles per pixel. Frequencies outside the lobe's support are
-// zeroed, and a square of (2 dcRemovalRadius - 1) frequencies around the zero
-// frequency is cleared (0: nothing cleared). The filter stores only its
-// support, not a table of the buffer's size.
-class KXFREQ_API kxFrequencyFilterGabor : public kxFrequencyFilter {
+// The body the Gabor filter and the Gabor reject filter share: parameters,
+// gain table, walk and persistence. Use the two classes below; this one only
+// carries their common interface.
+//
+// Sigma and plateau are along (x) and across (y) the direction `angle`, in
+// cycles per pixel; `frequency` is the lobe's distance from the zero
+// frequency, also in cycles per pixel. The lobe is one-sided: it sits at
+// `angle` only, not also at angle + pi.
+class KXFREQ_API kx_GaborFilter : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
-    kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
-                           double frequency, const kxPair<long>& size, long dcRemovalRadius);
-    kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
-    kxFrequencyFilterGabor& operator=(const kxFrequencyFilterGabor& other);
-    ~kxFrequencyFilterGabor() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
+    ~kx_GaborFilter() override;
 
     // Gives the filter its parameters (also an uninitialised one).
     void set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
-             const kxPair<long>& size, long dcRemovalRadius);
+             const kxPair<long>& size, long dcRadius);
 
     // Setters rebuild the table only when the value changes; on an
-    // uninitialised filter they throw (use set()).
+    // uninitialised filter they throw (use set()). Getters throw too.
     void sigma(const kxPair<double>& value);
     void plateau(const kxPair<double>& value);
     void angle(kxRadian value);
     void frequency(double value);
     void size(const kxPair<long>& value);
-    void dcRemovalRadius(long value);
 
     kxPair<double> sigma() const;  // the parameters; the table's size
     kxPair<double> plateau() const;
     kxRadian angle() const;
     double frequency() const;
     kxPair<long> size() const;
-    long dcRemovalRadius() const;
     long supportWidth() const;
     long supportHeight() const;
 
@@ -126,23 +154,65 @@ public:
     void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
 
 protected:
+    explicit kx_GaborFilter(Role role);
+    kx_GaborFilter(const kx_GaborFilter& other);
+    kx_GaborFilter& operator=(const kx_GaborFilter& other);
+    bool equals(const kx_GaborFilter& other) const;
+
+    // The DC radius, under the name each filter gives it.
+    void dcRadius(long value);
+    long dcRadius() const;
+    // The ten fields after the base's share. A load is checked against the
+    // invariants of a constructed filter before anything changes.
+    void streamFields(kxArchive& archive);
+
+private:
+    void create(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
+                const kxPair<long>& size, long dcRadius);
+    template <typename Setter>
+    void change(Setter setter);
+    void filter(const float* in, kxFrequencyBuffer& out) const;
+
+    Role role_;
+    kx_GaborState state_;
+};
+
+// An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
+// (the plateau), centred `frequency` cycles per pixel from the zero frequency
+// in direction `angle`. Frequencies outside the lobe's support are zeroed,
+// and a square of (2 dcRemovalRadius - 1) frequencies around the zero
+// frequency is cleared (0: nothing cleared). The filter stores only its
+// support, not a table of the buffer's size.
+class KXFREQ_API kxFrequencyFilterGabor : public kx_GaborFilter {
+public:
+    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
+    kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
+                           double frequency, const kxPair<long>& size, long dcRemovalRadius);
+    kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
+    kxFrequencyFilterGabor& operator=(const kxFrequencyFilterGabor& other);
+    ~kxFrequencyFilterGabor() override;
+
+    kxFrequencyFilter* clone() const override;
+    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
+
+    void dcRemovalRadius(long value);  // the DC radius, set and read
+    long dcRemovalRadius() const;
+
+protected:
     void dispatchSerialize(kxArchive& archive) override;
     void serialize_(kxArchive& archive, unsigned char version) override;
 
 private:
-    void create(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
-                const kxPair<long>& size, long dcRemovalRadius);
     static kxPersistent* make();
     static kx_Instantiator sExemplar;
-
-    kx_GaborState state_;
 };
 
 // The complement of the Gabor filter: frequencies near the lobe are
 // suppressed (gain 1 - Gabor gain), all others pass unchanged, and a square of
 // (2 dcProtectionRadius - 1) frequencies around the zero frequency keeps its
-// values.
-class KXFREQ_API kxFrequencyFilterGaborReject : public kxFrequencyFilter {
+// values. Like the Gabor lobe it is one-sided: a real periodic pattern has a
+// second peak at angle + pi, which a second filter must reject.
+class KXFREQ_API kxFrequencyFilterGaborReject : public kx_GaborFilter {
 public:
     kxFrequencyFilterGaborReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterGaborReject(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
@@ -154,50 +224,72 @@ public:
     kxFrequencyFilter* clone() const override;
     bool operator==(const kxFrequencyFilterGaborReject& other) const;  // same parameters and gains
 
-    void set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,  // new parameters
-             const kxPair<long>& size, long dcProtectionRadius);
+    void dcProtectionRadius(long value);  // the DC radius, set and read
+    long dcProtectionRadius() const;
 
-    void sigma(const kxPair<double>& value);  // as in kxFrequencyFilterGabor
-    void plateau(const kxPair<double>& value);
-    void angle(kxRadian value);
+protected:
+    void dispatchSerialize(kxArchive& archive) override;
+    void serialize_(kxArchive& archive, unsigned char version) override;
+
+private:
+    static kxPersistent* make();
+    static kx_Instantiator sExemplar;
+};
+
+// The body the band-pass and band-reject filters share; use the two classes
+// below. Distances are in horizontal frequency bins with the vertical axis
+// rescaled by the aspect ratio, so the ring is a circle in cycles per pixel.
+// The filter stores a one-dimensional profile oversampled 32 times.
+class KXFREQ_API kx_RadialFilter : public kxFrequencyFilter {
+public:
+    ~kx_RadialFilter() override;
+
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius);  // new parameters
+
+    // Setters and getters as the Gabor filters' (they throw without a profile).
+    void sigma(double value);
+    void plateau(double value);
     void frequency(double value);
     void size(const kxPair<long>& value);
-    void dcProtectionRadius(long value);
 
-    kxPair<double> sigma() const;  // the parameters; the table's size
-    kxPair<double> plateau() const;
-    kxRadian angle() const;
+    double sigma() const;  // the parameters
+    double plateau() const;
     double frequency() const;
     kxPair<long> size() const;
-    long dcProtectionRadius() const;
+    // Length of the radial profile in frequency bins.
     long supportWidth() const;
-    long supportHeight() const;
 
     void apply(kxFrequencyBuffer& buffer) const override;
     void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
 
 protected:
-    float* data() const { return state_.table; }
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
+    explicit kx_RadialFilter(Role role);
+    kx_RadialFilter(const kx_RadialFilter& other);
+    kx_RadialFilter& operator=(const kx_RadialFilter& other);
+    bool equals(const kx_RadialFilter& other) const;
+
+    void dcRadius(long value);
+    long dcRadius() const;
+    // The nine fields after the base's share, checked on load like the
+    // Gabor filters' ten.
+    void streamFields(kxArchive& archive);
 
 private:
-    void create(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
-                const kxPair<long>& size, long dcProtectionRadius);
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius);
+    template <typename Setter>
+    void change(Setter setter);
+    void filter(const float* in, kxFrequencyBuffer& out) const;
 
-    kx_GaborState state_;
+    Role role_;
+    kx_RadialState state_;
 };
 
 // A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
 // the radial frequency `frequency` (cycles per pixel), Gaussian flanks of
-// standard deviation `sigma` on both sides, zero far from the ring. Distances
-// are in horizontal frequency bins with the vertical axis rescaled by the
-// aspect ratio, so the ring is a circle in cycles per pixel. A square of
-// (2 dcRemovalRadius - 1) frequencies around the zero frequency is cleared.
-// The filter stores a one-dimensional profile oversampled 32 times.
-class KXFREQ_API kxFrequencyFilterBandPass : public kxFrequencyFilter {
+// standard deviation `sigma` on both sides, zero far from the ring. A square
+// of (2 dcRemovalRadius - 1) frequencies around the zero frequency is
+// cleared.
+class KXFREQ_API kxFrequencyFilterBandPass : public kx_RadialFilter {
 public:
     kxFrequencyFilterBandPass();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
@@ -208,42 +300,23 @@ public:
     kxFrequencyFilter* clone() const override;
     bool operator==(const kxFrequencyFilterBandPass& other) const;  // same parameters and gains
 
-    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);  // new parameters
-
-    void sigma(double value);  // setters: rebuild on change; throw if uninitialised
-    void plateau(double value);
-    void frequency(double value);
-    void size(const kxPair<long>& value);
-    void dcRemovalRadius(long value);
-
-    double sigma() const;  // the parameters
-    double plateau() const;
-    double frequency() const;
-    kxPair<long> size() const;
+    void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
-    // Length of the radial profile in frequency bins.
-    long supportWidth() const;
-
-    void apply(kxFrequencyBuffer& buffer) const override;
-    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
 
 protected:
     void dispatchSerialize(kxArchive& archive) override;
     void serialize_(kxArchive& archive, unsigned char version) override;
 
 private:
-    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
     static kxPersistent* make();
     static kx_Instantiator sExemplar;
-
-    kx_RadialState state_;
 };
 
 // The complement of the band-pass filter: frequencies on the ring are
 // suppressed (gain 1 - band-pass gain), every other frequency is left as it
 // is, and a square of (2 dcProtectionRadius - 1) frequencies around the zero
 // frequency keeps its values.
-class KXFREQ_API kxFrequencyFilterBandReject : public kxFrequencyFilter {
+class KXFREQ_API kxFrequencyFilterBandReject : public kx_RadialFilter {
 public:
     kxFrequencyFilterBandReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
@@ -254,35 +327,16 @@ public:
     kxFrequencyFilter* clone() const override;
     bool operator==(const kxFrequencyFilterBandReject& other) const;  // same parameters and gains
 
-    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);  // new parameters
-
-    void sigma(double value);  // setters: rebuild on change; throw if uninitialised
-    void plateau(double value);
-    void frequency(double value);
-    void size(const kxPair<long>& value);
-    void dcProtectionRadius(long value);
-
-    double sigma() const;  // the parameters
-    double plateau() const;
-    double frequency() const;
-    kxPair<long> size() const;
+    void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
-    // Length of the radial profile in frequency bins.
-    long supportWidth() const;
-
-    void apply(kxFrequencyBuffer& buffer) const override;
-    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
 
 protected:
     void dispatchSerialize(kxArchive& archive) override;
     void serialize_(kxArchive& archive, unsigned char version) override;
 
 private:
-    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
     static kxPersistent* make();
     static kx_Instantiator sExemplar;
-
-    kx_RadialState state_;
 };
 
 // A filter whose transfer function is a whole frequency buffer given by the

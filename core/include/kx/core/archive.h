@@ -104,6 +104,9 @@ protected:
 
 private:
     template <typename U, std::size_t Bytes> void streamUnsigned(U& value);
+    // `length` bytes into `text`, in bounded pieces; `text` changes only
+    // when all of them arrived.
+    void readText(std::string& text, unsigned long length);
 
     bool loading_;
     std::map<std::pair<const void*, std::size_t>, bool> visited_;

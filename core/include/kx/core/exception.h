@@ -17,6 +17,8 @@ public:
     virtual long errorNumber() const;
     // The message; what() returns it as a C string.
     std::string message() const;
+    // The message as a C string. It is made on the first call and never
+    // changed afterwards, so one exception may be read from several threads.
     const char* what() const noexcept override;
 
     // Streams: the visited check, a version byte (0), the kxPersistent part
@@ -35,6 +37,7 @@ protected:
 
 private:
     mutable std::string what_;
+    mutable bool whatMade_ = false;
 };
 
 // kxExceptionWithString: an exception that carries a message text. A null
@@ -52,6 +55,8 @@ public:
     // (empty without one).
     bool hasMessage() const { return hasMessage_; }
     const std::string& text() const { return text_; }
+    // The text itself: nothing is built, nothing changes.
+    const char* what() const noexcept override { return text_.c_str(); }
 
 protected:
     void message_(std::ostream& out) const override;

@@ -36,7 +36,10 @@ public:
     long height() const { return height_; }
     long rowUpdate() const { return rowUpdate_; }
     kxPair<long> offset() const { return offset_; }
-    void offset(const kxPair<long>& offset) { offset_ = offset; }
+    // Offsets are client positions in -2^31 .. 2^31 - 1 (the archive's
+    // range), so that offset plus size can never overflow; others throw
+    // Error.
+    void offset(const kxPair<long>& offset);
 
     // The client-coordinate transform, read and written, and copied from
     // another image.
@@ -50,7 +53,8 @@ public:
 protected:
     kx_PelBuffer() = default;
     // New zero pixels. alignment: row alignment in bytes, a power of two from
-    // 1 to 4096. Throws Error for a negative size or a bad alignment.
+    // 1 to 4096. Throws Error for a negative size, a side above 2^31 - 1 or a
+    // bad alignment.
     kx_PelBuffer(long width, long height, long alignment, std::size_t pixelBytes);
 
     unsigned char* firstPixelBytes() const { return first_; }

@@ -1,0 +1,45 @@
+#pragma once
+// Internal: the library's preconditions, one line each at the call site.
+//
+// Every fixed message of the library is defined once, in checks.cpp, and
+// every check that more than one file makes is a kf_Require... helper here,
+// so a message cannot drift between two places that test the same thing.
+#include <kx/fft.h>
+
+namespace kxfreq_detail {
+
+// The fixed messages, for the few places that throw them outside a helper.
+extern const char* const kBufferNotInitialized;  // "FrequencyBuffer has not been initialized"
+extern const char* const kFilterNotInitialized;  // "FrequencyFilter has not been initialized"
+extern const char* const kInverseComputed;       // "Cannot access frequency data once inverse has been computed."
+extern const char* const kCoordinatesOutOfBounds;
+extern const char* const kSizeMismatch;          // "Size of frequency buffer does not match size of filter."
+extern const char* const kSizeNotPowerOfTwo;     // "Size must be a power of 2."
+extern const char* const kSizeTooLarge;          // "Width and Height must be no larger than 2048."
+extern const char* const kFrequencyOutOfRange;   // "Frequency must be between 0.0 and 0.5."
+extern const char* const kTableTooLarge;         // "Sigma and plateau values are too large for the filter size."
+
+// Uninitialized unless the buffer has data.
+void kf_RequireInitialized(const kxFrequencyBuffer& buffer);
+// InvalidBuffer once an in-place inverse has turned the store into spatial
+// data.
+void kf_RequireNotInverted(const kxFrequencyBuffer& buffer);
+// Both of the above, in that order.
+void kf_RequireFrequencyData(const kxFrequencyBuffer& buffer);
+// Uninitialized ("FrequencyFilter has not been initialized") without a
+// transfer function.
+void kf_RequireTransferFunction(const void* table);
+// InvalidSize unless the buffer's padded width is size.x, then its height
+// size.y.
+void kf_RequireFilterSize(const kxFrequencyBuffer& buffer, const kxPair<long>& size);
+// InvalidSize unless both sides pass the library's power-of-two test, x first.
+void kf_RequirePowerOfTwoSize(const kxPair<long>& size);
+// For a radius other than 0: the tests the element accessors would make on
+// the square of frequencies -(radius - 1) .. radius - 1 around the zero
+// frequency, made before anything is written: InvalidBuffer after an
+// in-place inverse, then BadCoord unless the square lies inside the buffer.
+void kf_RequireDcSquareInside(const kxFrequencyBuffer& buffer, long radius);
+// UnboundWindow unless the image is bound.
+void kf_RequireBound(const kx_PelBuffer& image);
+
+}  // namespace kxfreq_detail
