@@ -29,3 +29,43 @@ def test_threads_give_the_serial_results(rng):
         t.join()
     for expected, result in zip(serial, results):
         assert numpy.array_equal(expected, result)
+
+
+def loaded_core_library():
+    with open("/proc/self/maps") as maps:
+        for line in maps:
+            if "libkxcore" in line:
+                return line.split()[-1]
+    return None
+
+
+def test_a_stop_request_reaches_python_and_leaves_the_spectrum_not_initialized():
+    import ctypes
+
+    import pytest
+
+    path = loaded_core_library()
+    if path is None:
+        pytest.skip("kxcore is linked statically into the module")
+    core = ctypes.CDLL(path)
+    request, clear = core._ZN11kxAttention7requestEv, core._ZN11kxAttention5clearEv
+    spectrum = kxfreq.forward(numpy.ones((64, 64)))
+    view = spectrum.array
+    band_pass = kxfreq.BandPass(0.01, 0.0, 0.1, (64, 64), 0)
+    source = spectrum.copy()
+    out = kxfreq.Spectrum()
+    request()
+    try:
+        with pytest.raises(RuntimeError, match="Operation stopped by an attention request"):
+            band_pass.apply(spectrum)
+        with pytest.raises(RuntimeError, match="Operation stopped"):
+            band_pass.apply(source, out)
+    finally:
+        clear()
+    assert not spectrum.initialized and not out.initialized
+    with pytest.raises(kxfreq.UninitializedError):
+        spectrum.get(0, 0)
+    assert view[0, 0] == 4096  # the store is still there
+    assert source.get(0, 0) == 4096  # the source is untouched
+    # Work goes on after clear().
+    assert band_pass.apply(source).initialized
