@@ -10,6 +10,7 @@
 
 #include <kx/freqfilt.h>
 
+#include <pybind11/complex.h>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -586,11 +587,9 @@ void addPersistence(Class& cls, const char* name)
 }
 
 template <typename F>
-void bindGaborLike(py::module_& m, py::class_<kxFrequencyFilter, std::shared_ptr<kxFrequencyFilter>>& base,
-                   const char* name, const char* doc, long (F::*radius)() const)
+void bindGaborLike(py::module_& m, const char* name, const char* doc, long (F::*radius)() const)
 {
     py::class_<F, kxFrequencyFilter, std::shared_ptr<F>> cls(m, name, doc);
-    (void)base;
     cls.def(py::init([](const std::pair<double, double>& sigma, const std::pair<double, double>& plateau,
                         double angle, double frequency, const std::pair<long, long>& size, long dcRadius) {
                 return std::make_shared<F>(pairOf(sigma), pairOf(plateau), kxRadian(angle),
@@ -840,14 +839,14 @@ out) writes the filtered spectrum into `out` and leaves `spectrum` alone.
     filter.def_static("from_bytes", &loadFilter, py::arg("data"),
                       "A filter of whatever class the archive bytes hold.");
 
-    bindGaborLike<kxFrequencyFilterGabor>(m, filter, "Gabor", R"doc(
+    bindGaborLike<kxFrequencyFilterGabor>(m, "Gabor", R"doc(
 Oriented band-pass: a Gaussian lobe (with an optional flat top) `frequency`
 cycles per pixel from the zero frequency in direction `angle` (radians), on one
 side only. sigma and plateau are (along, across) that direction, in cycles per
 pixel; size is the (width, height) of the images; a square of 2 dc_radius - 1
 frequencies around the zero frequency is cleared (0: none).
 )doc", &kxFrequencyFilterGabor::dcRemovalRadius);
-    bindGaborLike<kxFrequencyFilterGaborReject>(m, filter, "GaborReject", R"doc(
+    bindGaborLike<kxFrequencyFilterGaborReject>(m, "GaborReject", R"doc(
 The complement of Gabor: frequencies near the lobe are suppressed (gain 1 - Gabor
 gain), all others pass, and a square of 2 dc_radius - 1 frequencies around the
 zero frequency keeps its values.
