@@ -2,9 +2,11 @@
 // The kxfreq tool's commands. Each takes the arguments after its name and
 // returns the process exit status; failures are thrown (see main.cpp).
 #include "image_io.h"
+#include "options.h"
 
 #include <kx/fft.h>
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -15,10 +17,10 @@ int runSpectrum(const std::vector<std::string>& args);
 int runFilter(const std::vector<std::string>& args);
 int runRoundtrip(const std::vector<std::string>& args);
 
-extern const char* const kDemoHelp;
-extern const char* const kSpectrumHelp;
-extern const char* const kFilterHelp;
-extern const char* const kRoundtripHelp;
+extern const CommandTable kDemoCommand;
+extern const CommandTable kSpectrumCommand;
+extern const CommandTable kFilterCommand;
+extern const CommandTable kRoundtripCommand;
 
 // A failure of a command that is not a usage mistake.
 class CommandError : public std::runtime_error {
@@ -26,11 +28,47 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Reads an image and checks that the library can transform it.
-kxio::GreyImage readInput(const std::string& path);
-// Forward transform of an 8- or 16-bit image.
-void forward(const kxio::GreyImage& image, kxFrequencyBuffer& spectrum);
-// Inverse transform to an image of `bits` bits; the buffer is used in place.
-kxio::GreyImage inverse(kxFrequencyBuffer& spectrum, int bits, bool scale);
+// The option entries every image command shares.
+extern const OptionEntry kRegionOption;
+extern const OptionEntry kPadOption;
+
+// --region X,Y,W,H (empty region when absent).
+kxio::Region regionOption(const Options& options);
+// The output path of -o, or a usage error.
+std::string outputOption(const Options& options);
+
+// Writes one line to a stream, never interleaved with another thread's line.
+void printLine(std::ostream& stream, const std::string& line);
+
+// Reads an image (or the region of it) that the library can transform; a
+// larger image is refused from its header with a hint at --region.
+kxio::GreyImage readInput(const std::string& path, const kxio::Region& region);
+
+enum class Padding { Zero, Mirror };
+Padding paddingOption(const Options& options, Padding fallback);
+
+// Forward transform of an 8- or 16-bit image. With mirror padding the
+// image is laid into the padded grid with mirrored borders first.
+void forward(const kxio::GreyImage& image, Padding padding, kxFrequencyBuffer& spectrum);
+
+// The real and imaginary parts of the inverse, cropped to width x height.
+struct Complex {
+    kxPelBuffer<double> real, imag;
+};
+Complex inverseComplex(const kxFrequencyBuffer& spectrum, long width, long height);
+
+enum class OutputMode { Real, Signed, Magnitude };
+// Pixels of `bits` bits from a complex result: the real part, the real part
+// plus mid-grey, or the modulus; with `stretch` the values' own range is
+// stretched to the full pixel range. Rounded and clamped; nothing wraps.
+kxio::GreyImage toPixels(const Complex& result, int bits, OutputMode mode, bool stretch);
+
+// A display picture of a magnitude image: its log stretched from the median
+// to the 99.99th percentile, so that periodic peaks stand out.
+kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude);
+// The same with other quantiles (0 to 1), optionally leaving the zero
+// frequency (the middle) out of them.
+kxPelBuffer<unsigned char> logPicture(const kxPelBuffer<double>& magnitude, double lowQuantile, double highQuantile,
+                                      bool skipZeroFrequency);
 
 }  // namespace kxcli

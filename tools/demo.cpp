@@ -1,26 +1,33 @@
 // The demo: a synthetic inspection image (a woven texture with a scratch and
 // noise), its spectrum, a band-reject filter tuned to the texture, and the
 // filtered result in which the scratch stands out.
+#include "bitmap_font.h"
 #include "commands.h"
-#include "options.h"
 
 #include <kx/freqfilt.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
+#include <vector>
 
 namespace kxcli {
 
-const char* const kDemoHelp =
-    "Usage: kxfreq demo [--out DIR]\n"
-    "\n"
+const CommandTable kDemoCommand{
+    "demo",
+    "demo [--out DIR]",
     "Synthesises a 512 x 512 inspection image (a woven texture with a scratch\n"
     "and some noise), removes the texture with a band-reject filter and writes\n"
-    "input, spectrum, filter, result and an overview picture into DIR\n"
+    "input, spectrum, filter, result and a captioned overview picture into DIR\n"
     "(default: kxfreq-demo). Prints the paths and the scratch's contrast\n"
-    "against the background before and after.\n";
+    "against the background before and after.",
+    {
+        {"--out", "-o", "DIR", "the directory to write into (default kxfreq-demo)"},
+    },
+    nullptr};
 
 namespace {
 
@@ -86,15 +93,106 @@ kxPelBuffer<double> asDouble(const kxPelBuffer_const<unsigned char>& image)
     return out;
 }
 
-// Two rows of two pictures, each kSize x kSize.
-kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pictures[4])
+// A line of pixels from (x0, y0) to (x1, y1), one pixel wide.
+void drawLine(kxPelBuffer<unsigned char>& image, long x0, long y0, long x1, long y1, unsigned char value)
 {
-    const long gap = 8;
-    kxPelBuffer<unsigned char> out(2 * kSize + gap, 2 * kSize + gap);
-    kfPelSet<unsigned char>(out, 255);
+    const long steps = std::max(std::labs(x1 - x0), std::labs(y1 - y0));
+    for (long i = 0; i <= steps; ++i) {
+        const long x = x0 + (steps ? (x1 - x0) * i / steps : 0);
+        const long y = y0 + (steps ? (y1 - y0) * i / steps : 0);
+        if (x >= 0 && y >= 0 && x < image.width() && y < image.height())
+            image(x, y) = value;
+    }
+}
+
+// The angle convention in a corner of the spectrum picture: 0 degrees along
+// +x, 90 degrees along +y (downwards).
+void drawAngleKey(kxPelBuffer<unsigned char>& image)
+{
+    const long ox = 10, oy = 12, length = 30;
+    for (int d = 0; d < 2; ++d) {
+        drawLine(image, ox, oy + d, ox + length, oy + d, 255);                    // +x
+        drawLine(image, ox + d, oy, ox + d, oy + length, 255);                    // +y
+        drawLine(image, ox + length - 6, oy - 5 + d, ox + length, oy + d, 255);   // arrow heads
+        drawLine(image, ox + length - 6, oy + 6 + d, ox + length, oy + d, 255);
+        drawLine(image, ox - 5 + d, oy + length - 6, ox + d, oy + length, 255);
+        drawLine(image, ox + 6 + d, oy + length - 6, ox + d, oy + length, 255);
+    }
+    drawText(image, ox + length + 6, oy - 6, "0*", 2, 255);
+    drawText(image, ox - 4, oy + length + 6, "90*", 2, 255);
+}
+
+void drawCircle(kxPelBuffer<unsigned char>& image, long cx, long cy, long r, unsigned char value)
+{
+    for (int i = 0; i < 360; ++i) {
+        const long x = cx + std::lround(r * std::cos(i * kPi / 180)), y = cy + std::lround(r * std::sin(i * kPi / 180));
+        if (x >= 0 && y >= 0 && x < image.width() && y < image.height())
+            image(x, y) = value;
+    }
+}
+
+// The `count` strongest frequencies of a centred magnitude image away from
+// the zero frequency, at least 8 bins apart.
+std::vector<kxPair<long>> strongestPeaks(const kxPelBuffer<double>& magnitude, int count)
+{
+    std::vector<kxPair<long>> peaks;
+    const long cx = magnitude.width() / 2, cy = magnitude.height() / 2;
+    for (int n = 0; n < count; ++n) {
+        double best = -1;
+        kxPair<long> at(0, 0);
+        for (long y = 0; y < magnitude.height(); ++y)
+            for (long x = 0; x < magnitude.width(); ++x) {
+                if (std::labs(x - cx) < 3 && std::labs(y - cy) < 3)
+                    continue;
+                bool taken = false;
+                for (const kxPair<long>& p : peaks)
+                    taken = taken || (std::labs(x - p.x()) < 8 && std::labs(y - p.y()) < 8);
+                if (!taken && magnitude(x, y) > best) {
+                    best = magnitude(x, y);
+                    at = kxPair<long>(x, y);
+                }
+            }
+        peaks.push_back(at);
+    }
+    return peaks;
+}
+
+// Half size, each pixel the rounded mean of a 2 x 2 block.
+kxPelBuffer<unsigned char> halved(const kxPelBuffer_const<unsigned char>& image)
+{
+    kxPelBuffer<unsigned char> out(image.width() / 2, image.height() / 2);
+    for (long y = 0; y < out.height(); ++y)
+        for (long x = 0; x < out.width(); ++x)
+            out(x, y) = static_cast<unsigned char>((image(2 * x, 2 * y) + image(2 * x + 1, 2 * y) +
+                                                    image(2 * x, 2 * y + 1) + image(2 * x + 1, 2 * y + 1) + 2) / 4);
+    return out;
+}
+
+// The middle half (in both directions) of a centred spectrum picture:
+// frequencies up to 1/4 cycle per pixel.
+kxPelBuffer<unsigned char> middle(const kxPelBuffer_const<unsigned char>& picture)
+{
+    kxPelBuffer<unsigned char> out(picture.width() / 2, picture.height() / 2);
+    for (long y = 0; y < out.height(); ++y)
+        for (long x = 0; x < out.width(); ++x)
+            out(x, y) = picture(picture.width() / 4 + x, picture.height() / 4 + y);
+    return out;
+}
+
+// Two rows of two panels, each kPanel x kPanel, with a caption above each.
+constexpr long kPanel = kSize / 2;
+
+kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* panels[4], const char* captions[4])
+{
+    const long gap = 6, band = 24;
+    const long cell = kPanel + band;
+    kxPelBuffer<unsigned char> out(2 * kPanel + 3 * gap, 2 * cell + 3 * gap);
+    kfPelSet<unsigned char>(out, 32);
     for (int i = 0; i < 4; ++i) {
-        kxPelBuffer_const<unsigned char> placed = *pictures[i];
-        placed.offset(kxPair<long>((i % 2) * (kSize + gap), (i / 2) * (kSize + gap)));
+        const long left = gap + (i % 2) * (kPanel + gap), top = gap + (i / 2) * (cell + gap);
+        drawText(out, left + 1, top + (band - textHeight(2)) / 2 - 1, captions[i], 2, 255);
+        kxPelBuffer_const<unsigned char> placed = *panels[i];
+        placed.offset(kxPair<long>(left, top + band));
         kfPelCopy(placed, out);
     }
     return out;
@@ -104,7 +202,7 @@ kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* pict
 
 int runDemo(const std::vector<std::string>& args)
 {
-    const Options options(args, {"--out"}, {});
+    const Options options(kDemoCommand, args);
     if (!options.positional().empty())
         throw UsageError("demo takes no input file");
     const std::string dir = options.value("--out", "kxfreq-demo");
@@ -116,35 +214,45 @@ int runDemo(const std::vector<std::string>& args)
 
     kxFrequencyBuffer spectrum;
     kfForwardFFT<unsigned char>(input, spectrum);
-    const kxPelBuffer<unsigned char> spectrumPicture =
-        kfFrequencyMapImage(spectrum.getMagnitudeImage(true), kxFrequencyDefs::eMapLog, 0, 0);
+    // The log magnitude from its median to its strongest frequency other than
+    // zero: the noise stays dark and the weave's peaks are white.
+    const kxPelBuffer<unsigned char> spectrumPicture = logPicture(spectrum.getMagnitudeImage(true), 0.5, 1.0, true);
+    // The overview shows the middle of the spectrum (frequencies up to 1/4
+    // cycle per pixel) with the four strongest peaks circled.
+    kxPelBuffer<unsigned char> spectrumPanel = middle(spectrumPicture);
+    drawAngleKey(spectrumPanel);
+    for (const kxPair<long>& peak : strongestPeaks(spectrum.getMagnitudeImage(true), 4))
+        drawCircle(spectrumPanel, peak.x() - kSize / 4, peak.y() - kSize / 4, 7, 255);
 
     // The weave's frequencies lie on a ring of radius 1/8 cycle per pixel.
-    const kxFrequencyFilterBandReject filter(0.004, 0.004, kTexture, kxPair<long>(kSize, kSize), 1);
-    kxFrequencyBuffer ones(kSize, kSize);
-    for (long y = 0; y < kSize; ++y)
-        for (long x = 0; x < kSize; ++x)
+    const kxFrequencyFilterBandReject filter(0.004, 0.004, kTexture, kxPair<long>(spectrum.width(), spectrum.height()),
+                                             1);
+    kxFrequencyBuffer ones(spectrum.width(), spectrum.height());
+    for (long y = 0; y < ones.height(); ++y)
+        for (long x = 0; x < ones.width(); ++x)
             ones.putReal(x, y, 1.0, false);
     filter.apply(ones);
     const kxPelBuffer<unsigned char> filterPicture =
         kfFrequencyMapImage(ones.getRealImage(true), kxFrequencyDefs::eMapLinear, 0, 0);
 
     filter.apply(spectrum);
-    kxPelBuffer<double> filtered, imaginary;
-    kfInverseFFT(static_cast<const kxFrequencyBuffer&>(spectrum), filtered, imaginary);
-    kxPelBuffer<unsigned char> result;
-    kfInverseFFT<unsigned char>(spectrum, result, true, true);
+    const Complex filtered = inverseComplex(spectrum, kSize, kSize);
+    const kxio::GreyImage result = toPixels(filtered, 8, OutputMode::Real, true);
 
-    const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result};
+    const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result.pixels8};
+    const kxPelBuffer<unsigned char> inputPanel = halved(input), filterPanel = middle(filterPicture),
+                                     resultPanel = halved(result.pixels8);
+    const kxPelBuffer_const<unsigned char>* panels[4] = {&inputPanel, &spectrumPanel, &filterPanel, &resultPanel};
+    const char* captions[4] = {"INPUT", "SPECTRUM (MIDDLE)", "GAIN (MIDDLE)", "RESULT"};
     const char* names[5] = {"input", "spectrum", "filter", "result", "overview"};
     for (int i = 0; i < 4; ++i)
         kxio::writeImage(path(names[i]), kxio::makeImage8(*static_cast<const kxPelBuffer<unsigned char>*>(pictures[i])));
-    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(pictures)));
+    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(panels, captions)));
 
     for (const char* name : names)
         std::cout << path(name) << "\n";
     std::cout << "scratch contrast against the background: " << scratchContrast(asDouble(input)) << " -> "
-              << scratchContrast(filtered) << " standard deviations\n";
+              << scratchContrast(filtered.real) << " standard deviations\n";
     return 0;
 }
 

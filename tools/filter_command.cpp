@@ -1,245 +1,532 @@
 // The filter command: one filter applied to one image or a batch.
 #include "commands.h"
-#include "options.h"
 
+#include <kx/core/exception.h>
 #include <kx/freqfilt.h>
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <thread>
-#include <unistd.h>
 
 namespace kxcli {
 
-const char* const kFilterHelp =
-    "Usage: kxfreq filter IN... -o OUT_OR_DIR FILTER [options]\n"
-    "\n"
+const CommandTable kFilterCommand{
+    "filter",
+    "filter IN... -o OUT_OR_DIR FILTER [options]",
     "Filters each image in the frequency domain and writes the result with the\n"
-    "input's bit depth. With several inputs OUT_OR_DIR is a directory (made if\n"
-    "missing) and each result keeps its input's file name.\n"
+    "input's bit depth, in the format -o names. With several inputs OUT_OR_DIR\n"
+    "must be a directory (existing, or ending in /; made if missing) and each\n"
+    "result keeps its input's file name; inputs whose results would collide are\n"
+    "refused before any work. One line per finished image is printed.\n"
     "\n"
-    "FILTER is exactly one of:\n"
-    "  --gabor                oriented band-pass (a lobe at --frequency, --angle)\n"
-    "  --gabor-reject         its complement: removes the lobe, keeps the rest\n"
-    "  --band-pass            keeps a ring at radius --frequency\n"
-    "  --band-reject          removes that ring, keeps the rest\n"
-    "  --load FILE            a filter stored with --save\n"
+    "FILTER is exactly one of --gabor, --gabor-reject, --band-pass, --band-reject,\n"
+    "--load FILE or --transfer GAIN. Frequencies are in cycles per pixel (0 to\n"
+    "0.5); a pattern with a period of P pixels has frequency 1/P.\n"
     "\n"
-    "Filter parameters (frequencies in cycles per pixel, 0 to 0.5):\n"
-    "  --frequency F          lobe or ring position (default 0.1)\n"
-    "  --sigma S[,S2]         Gaussian width; Gabor filters take along,across (default 0.01)\n"
-    "  --plateau P[,P2]       half-width of the flat top (default 0)\n"
-    "  --angle DEG            direction of the Gabor lobe in degrees (default 0)\n"
-    "  --dc-radius R          pass filters clear, reject filters keep, the\n"
-    "                         (2R-1) x (2R-1) frequencies around zero (default 0)\n"
-    "\n"
-    "Options:\n"
-    "  -o, --output PATH      output file, or directory for a batch\n"
-    "  --save FILE            store the filter used (for the first image's size)\n"
-    "  --scale                stretch each result to the full grey range\n"
-    "  --jobs N               process N images at once (default 1)\n";
+    "Angles: 0 degrees is a pattern whose brightness varies along x (vertical\n"
+    "stripes); 90 degrees varies along y (horizontal stripes); positive angles\n"
+    "turn from +x towards +y, that is clockwise on the screen, where y grows\n"
+    "downwards. The angle is the direction of the peak from the middle of the\n"
+    "'kxfreq spectrum' picture.",
+    {
+        {"--out", "-o", "PATH", "output file, or directory for a batch"},
+        {"--gabor", nullptr, nullptr,
+         "oriented band-pass: keeps a lobe at --frequency in\n"
+         "direction --angle (results are doubled, so that\n"
+         "--output real gives the pattern and magnitude its\n"
+         "envelope)"},
+        {"--gabor-reject", nullptr, nullptr,
+         "removes an oriented periodic pattern: rejects the\n"
+         "lobe at --angle and its mirror at --angle + 180"},
+        {"--band-pass", nullptr, nullptr, "keeps a ring at radius --frequency"},
+        {"--band-reject", nullptr, nullptr, "removes that ring, keeps the rest"},
+        {"--load", nullptr, "FILE", "a filter stored with --save"},
+        {"--transfer", nullptr, "GAIN",
+         "a gain image (.png, .tif or .pgm) of the padded size,\n"
+         "zero frequency in the middle: 0 rejects, full scale\n"
+         "passes"},
+        {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
+        {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},
+        {"--sigma", nullptr, "S[,S2]",
+         "Gaussian width in cycles per pixel; Gabor filters\n"
+         "take along,across (default 0.01)"},
+        {"--plateau", nullptr, "P[,P2]", "half-width of the flat top (default 0)"},
+        {"--angle", nullptr, "DEG", "direction of the Gabor lobe in degrees (default 0)"},
+        {"--dc-radius", nullptr, "R",
+         "pass filters clear, reject filters keep, the\n"
+         "(2R-1) x (2R-1) frequencies around zero (default 0)"},
+        {"--output", nullptr, "MODE",
+         "real (default): the filtered image, rounded and\n"
+         "clamped; signed: the same plus mid-grey (128 or\n"
+         "32768), for band-pass and Gabor results; magnitude:\n"
+         "the modulus"},
+        kPadOption,
+        kRegionOption,
+        {"--save", nullptr, "FILE", "store the filter used (for the first image's size)"},
+        {"--scale", nullptr, nullptr,
+         "stretch each result to the full grey range (signed:\n"
+         "keeping zero at mid-grey)"},
+        {"--jobs", nullptr, "N", "process N images at once (default 1)"},
+        {"--json", nullptr, "FILE", "write a report of the run (per input: output, size,\nfilter, time, status)"},
+    },
+    nullptr};
 
 namespace {
 
-enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded };
+namespace fs = std::filesystem;
+
+enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded, Transfer };
+
+const char* kindName(Kind kind)
+{
+    switch (kind) {
+    case Kind::Gabor:
+        return "gabor";
+    case Kind::GaborReject:
+        return "gabor-reject";
+    case Kind::BandPass:
+        return "band-pass";
+    case Kind::BandReject:
+        return "band-reject";
+    case Kind::Loaded:
+        return "load";
+    case Kind::Transfer:
+        break;
+    }
+    return "transfer";
+}
 
 struct FilterChoice {
-    Kind kind;
+    Kind kind = Kind::Gabor;
     std::pair<double, double> sigma, plateau;
-    double angleDegrees, frequency;
-    long dcRadius;
+    double angleDegrees = 0, frequency = 0.1;
+    long dcRadius = 0;
+    bool periodGiven = false;
+    std::string source;   // --load or --transfer file
     std::shared_ptr<const kxFrequencyFilter> loaded;
+    kxio::GreyImage gain;   // --transfer
 };
+
+// The option a library message is about, for messages that name it.
+std::string optionOf(const std::string& message, bool periodGiven)
+{
+    if (message.rfind("Frequency", 0) == 0)
+        return periodGiven ? "--period" : "--frequency";
+    if (message.rfind("Sigma and plateau", 0) == 0)
+        return "--sigma/--plateau";
+    if (message.rfind("Sigma", 0) == 0)
+        return "--sigma";
+    if (message.rfind("Plateau", 0) == 0)
+        return "--plateau";
+    if (message.rfind("DC ", 0) == 0)
+        return "--dc-radius";
+    return "";
+}
 
 std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
 {
     const kxPair<double> sigma(choice.sigma.first, choice.sigma.second);
     const kxPair<double> plateau(choice.plateau.first, choice.plateau.second);
     const kxRadian angle(choice.angleDegrees * 3.141592653589793 / 180.0);
-    switch (choice.kind) {
-    case Kind::Gabor:
-        return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size, choice.dcRadius);
-    case Kind::GaborReject:
-        return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
-                                                              choice.dcRadius);
-    case Kind::BandPass:
-        return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                           choice.dcRadius);
-    case Kind::BandReject:
-        return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                             choice.dcRadius);
-    case Kind::Loaded:
-        break;
+    try {
+        switch (choice.kind) {
+        case Kind::Gabor:
+            return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size,
+                                                            choice.dcRadius);
+        case Kind::GaborReject:
+            return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
+                                                                  choice.dcRadius);
+        case Kind::BandPass:
+            return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                               choice.dcRadius);
+        case Kind::BandReject:
+            return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                                 choice.dcRadius);
+        case Kind::Loaded:
+        case Kind::Transfer:
+            break;
+        }
+    } catch (const kxException& e) {
+        const std::string option = optionOf(e.what(), choice.periodGiven);
+        if (option.empty())
+            throw;
+        throw UsageError(option + ": " + e.what());
     }
     return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
 }
 
-kxPair<long> paddedSize(const kxio::GreyImage& image)
-{
-    auto pad = [](long v) {
-        long p = 1;
-        while (p < v)
-            p *= 2;
-        return p;
-    };
-    return kxPair<long>(pad(image.width()), pad(image.height()));
-}
-
 std::shared_ptr<const kxFrequencyFilter> loadFilter(const std::string& path)
 {
+    std::error_code ec;
+    if (fs::is_directory(path, ec))
+        optionError("--load", path + ": is a directory, not a filter file");
     std::ifstream in(path, std::ios::binary);
     if (!in)
-        throw CommandError(path + ": cannot open filter file");
+        optionError("--load", path + ": cannot open filter file");
     try {
         kxStreamArchive archive(in);
         std::shared_ptr<kxFrequencyFilter> filter = archive.loadObjectAs<kxFrequencyFilter>();
         if (!filter || !filter->isInitialized())
-            throw CommandError(path + ": the file holds no initialised filter");
+            optionError("--load", path + ": the file holds no initialised filter");
         return filter;
     } catch (const kxException& e) {
-        throw CommandError(path + ": not a valid filter file: " + e.what());
+        optionError("--load", path + ": not a valid filter file: " + e.what());
     }
 }
 
 void saveFilter(const std::string& path, const kxFrequencyFilter& filter)
 {
-    const std::string temporary = path + ".partial";
+    std::ostringstream out(std::ios::binary);
     {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        if (!out)
-            throw CommandError(path + ": cannot write filter file");
         kxStreamArchive archive(out);
         archive.storeObject(&filter);
-        out.close();
-        if (!out) {
-            std::remove(temporary.c_str());
-            throw CommandError(path + ": cannot write filter file");
+    }
+    const std::string text = out.str();
+    try {
+        kxio::writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()));
+    } catch (const kxio::ImageError& e) {
+        throw CommandError(std::string("--save: ") + e.what());
+    }
+}
+
+// The gain of a filter on every element of a buffer of the given size.
+kxFrequencyBuffer gainOf(const kxFrequencyFilter& filter, long width, long height)
+{
+    kxFrequencyBuffer ones(width, height);
+    for (long y = 0; y < height; ++y)
+        for (long x = 0; x < width; ++x)
+            ones.put(x, y, kxPair<double>(1.0, 0.0), false);
+    filter.apply(ones);
+    return ones;
+}
+
+// A one-lobe reject filter made into one that removes a real pattern: its
+// gain times the same gain at the mirrored frequency (-u, -v).
+kxFrequencyFilterImage twoLobeReject(const kxFrequencyFilter& oneLobe, long width, long height)
+{
+    const kxFrequencyBuffer one = gainOf(oneLobe, width, height);
+    kxFrequencyBuffer both(width, height);
+    for (long y = 0; y < height; ++y)
+        for (long x = 0; x < width; ++x) {
+            const double g = one.getReal(x, y, false) * one.getReal((width - x) % width, (height - y) % height, false);
+            both.put(x, y, kxPair<double>(g, 0.0), false);
+        }
+    return kxFrequencyFilterImage(both);
+}
+
+// A --transfer image as a filter for a spectrum of the given padded size.
+kxFrequencyFilterImage transferFilter(const FilterChoice& choice, long width, long height, const std::string& in)
+{
+    const kxio::GreyImage& gain = choice.gain;
+    if (gain.width() != width || gain.height() != height)
+        throw CommandError(in + ": --transfer: " + choice.source + " is " + std::to_string(gain.width()) + " x " +
+                           std::to_string(gain.height()) + " but this image's spectrum is " + std::to_string(width) +
+                           " x " + std::to_string(height));
+    const double full = gain.bits == 8 ? 255.0 : 65535.0;
+    kxFrequencyBuffer transfer(width, height);
+    for (long y = 0; y < height; ++y)
+        for (long x = 0; x < width; ++x) {
+            const double g = (gain.bits == 8 ? gain.pixels8(x, y) : gain.pixels16(x, y)) / full;
+            transfer.put(x - width / 2, y - height / 2, kxPair<double>(g, 0.0), true);
+        }
+    return kxFrequencyFilterImage(transfer);
+}
+
+struct Settings {
+    FilterChoice choice;
+    OutputMode mode = OutputMode::Real;
+    Padding padding = Padding::Mirror;
+    kxio::Region region;
+    bool scale = false;
+};
+
+struct Outcome {
+    long width = 0, height = 0;
+    double seconds = 0;
+    std::string error;
+};
+
+// Filters one image; `preread` is the image when it has been read already.
+void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
+               std::unique_ptr<kxio::GreyImage> preread)
+{
+    const kxio::GreyImage image = preread ? std::move(*preread) : readInput(in, settings.region);
+    preread.reset();
+    outcome.width = image.width();
+    outcome.height = image.height();
+    kxFrequencyBuffer spectrum;
+    forward(image, settings.padding, spectrum);
+    const long pw = spectrum.width(), ph = spectrum.height();
+    const FilterChoice& choice = settings.choice;
+    double factor = 1;
+    try {
+        if (choice.kind == Kind::Transfer) {
+            transferFilter(choice, pw, ph, in).apply(spectrum);
+        } else {
+            // Sized from the spectrum the image gave.
+            const std::unique_ptr<kxFrequencyFilter> filter = makeFilter(choice, kxPair<long>(pw, ph));
+            if (dynamic_cast<const kxFrequencyFilterGaborReject*>(filter.get())) {
+                twoLobeReject(*filter, pw, ph).apply(spectrum);
+            } else {
+                filter->apply(spectrum);
+                if (dynamic_cast<const kxFrequencyFilterGabor*>(filter.get()))
+                    factor = 2;   // one lobe of a real pattern carries half of it
+            }
+        }
+    } catch (const kxFrequencyDefs::InvalidSize& e) {
+        throw CommandError(in + ": the filter does not fit this image (" + e.what() + "); its spectrum is " +
+                           std::to_string(pw) + " x " + std::to_string(ph));
+    }
+    Complex result = inverseComplex(spectrum, image.width(), image.height());
+    if (factor != 1)
+        for (long y = 0; y < image.height(); ++y)
+            for (long x = 0; x < image.width(); ++x) {
+                result.real(x, y) *= factor;
+                result.imag(x, y) *= factor;
+            }
+    kxio::writeImage(out, toPixels(result, image.bits, settings.mode, settings.scale));
+}
+
+std::string jsonString(const std::string& s)
+{
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+            out += buffer;
+        } else {
+            out += static_cast<char>(c);
         }
     }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        std::remove(temporary.c_str());
-        throw CommandError(path + ": cannot write filter file");
-    }
+    return out + "\"";
 }
 
-void filterOne(const std::string& in, const std::string& out, const FilterChoice& choice, bool scale)
+std::string jsonNumber(double v)
 {
-    const kxio::GreyImage image = readInput(in);
-    const kxPair<long> size = paddedSize(image);
-    const std::unique_ptr<kxFrequencyFilter> filter = makeFilter(choice, size);
-    kxFrequencyBuffer spectrum;
-    forward(image, spectrum);
-    try {
-        filter->apply(spectrum);
-    } catch (const kxFrequencyDefs::InvalidSize& e) {
-        throw CommandError(in + ": the filter does not fit this image (" + e.what() + "); the image pads to " +
-                           std::to_string(size.x()) + " x " + std::to_string(size.y()));
-    }
-    kxio::writeImage(out, inverse(spectrum, image.bits, scale));
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.17g", v);
+    return buffer;
 }
 
-// A progress bar on standard error, shown only when it is a terminal.
-class Progress {
-public:
-    explicit Progress(std::size_t total) : total_(total), shown_(isatty(STDERR_FILENO) != 0) {}
-    void step()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++done_;
-        if (!shown_)
-            return;
-        const int width = 30;
-        const int filled = static_cast<int>(width * done_ / total_);
-        std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << done_ << "/"
-                  << total_ << std::flush;
-        if (done_ == total_)
-            std::cerr << "\n";
+std::string describeFilter(const Settings& settings)
+{
+    const FilterChoice& c = settings.choice;
+    std::ostringstream out;
+    out << "{\"kind\": " << jsonString(kindName(c.kind));
+    if (c.kind == Kind::Loaded || c.kind == Kind::Transfer) {
+        out << ", \"file\": " << jsonString(c.source);
+    } else {
+        out << ", \"frequency\": " << jsonNumber(c.frequency);
+        if (c.kind == Kind::Gabor || c.kind == Kind::GaborReject)
+            out << ", \"sigma\": [" << jsonNumber(c.sigma.first) << ", " << jsonNumber(c.sigma.second)
+                << "], \"plateau\": [" << jsonNumber(c.plateau.first) << ", " << jsonNumber(c.plateau.second)
+                << "], \"angle\": " << jsonNumber(c.angleDegrees);
+        else
+            out << ", \"sigma\": " << jsonNumber(c.sigma.first) << ", \"plateau\": " << jsonNumber(c.plateau.first);
+        out << ", \"dc_radius\": " << c.dcRadius;
     }
+    const char* modes[] = {"real", "signed", "magnitude"};
+    out << ", \"output\": \"" << modes[static_cast<int>(settings.mode)] << "\"";
+    out << ", \"pad\": \"" << (settings.padding == Padding::Zero ? "zero" : "mirror") << "\"";
+    out << ", \"scale\": " << (settings.scale ? "true" : "false");
+    if (!settings.region.whole())
+        out << ", \"region\": [" << settings.region.x << ", " << settings.region.y << ", " << settings.region.width
+            << ", " << settings.region.height << "]";
+    out << "}";
+    return out.str();
+}
 
-private:
-    std::mutex mutex_;
-    std::size_t total_;
-    std::size_t done_ = 0;
-    bool shown_;
-};
+void writeReport(const std::string& path, const Settings& settings, const std::vector<std::string>& inputs,
+                 const std::vector<std::string>& outputs, const std::vector<Outcome>& outcomes, double seconds)
+{
+    std::ostringstream out;
+    const std::string filter = describeFilter(settings);
+    std::size_t failed = 0;
+    out << "{\n  \"inputs\": [\n";
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        const Outcome& o = outcomes[i];
+        failed += !o.error.empty();
+        out << "    {\"input\": " << jsonString(inputs[i]) << ", \"output\": "
+            << (o.error.empty() ? jsonString(outputs[i]) : "null") << ", \"width\": " << o.width
+            << ", \"height\": " << o.height << ", \"filter\": " << filter << ", \"seconds\": " << jsonNumber(o.seconds)
+            << ", \"status\": " << (o.error.empty() ? "\"ok\"" : "\"error\"");
+        if (!o.error.empty())
+            out << ", \"error\": " << jsonString(o.error);
+        out << "}" << (i + 1 < inputs.size() ? "," : "") << "\n";
+    }
+    out << "  ],\n  \"filtered\": " << inputs.size() - failed << ",\n  \"failed\": " << failed
+        << ",\n  \"seconds\": " << jsonNumber(seconds) << "\n}\n";
+    const std::string text = out.str();
+    kxio::writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+Kind chosenKind(const Options& options)
+{
+    int chosen = 0;
+    Kind kind = Kind::Gabor;
+    for (auto [flag, k] : {std::pair<const char*, Kind>{"--gabor", Kind::Gabor}, {"--gabor-reject", Kind::GaborReject},
+                           {"--band-pass", Kind::BandPass}, {"--band-reject", Kind::BandReject},
+                           {"--load", Kind::Loaded}, {"--transfer", Kind::Transfer}})
+        if (options.has(flag)) {
+            kind = k;
+            ++chosen;
+        }
+    if (chosen != 1)
+        throw UsageError("give exactly one filter: --gabor, --gabor-reject, --band-pass, --band-reject, --load FILE "
+                         "or --transfer GAIN");
+    return kind;
+}
+
+// The parameters, refusing every option the chosen filter does not use.
+FilterChoice parseFilter(const Options& options)
+{
+    FilterChoice choice;
+    choice.kind = chosenKind(options);
+    const std::string name = std::string("--") + kindName(choice.kind);
+    if (choice.kind == Kind::Loaded || choice.kind == Kind::Transfer) {
+        for (const char* option : {"--frequency", "--period", "--sigma", "--plateau", "--angle", "--dc-radius"})
+            options.refuse(option, "not used with " + name + ": the filter comes from the file");
+        if (choice.kind == Kind::Transfer)
+            options.refuse("--save", "not used with --transfer: the gain image is the filter");
+        choice.source = options.value(name);
+        return choice;
+    }
+    const bool gabor = choice.kind == Kind::Gabor || choice.kind == Kind::GaborReject;
+    if (!gabor)
+        options.refuse("--angle", "not used by " + name + ": a ring has no direction");
+    if (options.has("--frequency") && options.has("--period"))
+        optionError("--period", "give --frequency or --period, not both");
+    bool second = false;
+    choice.sigma = options.pair("--sigma", 0.01, &second);
+    if (second && !gabor)
+        optionError("--sigma", name + " takes one value (a ring has no along and across)");
+    choice.plateau = options.pair("--plateau", 0.0, &second);
+    if (second && !gabor)
+        optionError("--plateau", name + " takes one value (a ring has no along and across)");
+    choice.angleDegrees = options.number("--angle", 0.0);
+    choice.frequency = options.number("--frequency", 0.1);
+    if (options.has("--period")) {
+        const double period = options.number("--period", 0);
+        if (!(period > 0))
+            optionError("--period", "must be positive (pixels per cycle), not '" + options.value("--period") + "'");
+        choice.frequency = 1.0 / period;
+        choice.periodGiven = true;
+        if (choice.frequency > 0.5)
+            optionError("--period", "must be at least 2 pixels (Frequency must be between 0.0 and 0.5.)");
+    }
+    choice.dcRadius = options.integer("--dc-radius", 0, -1000000000L, 1000000000L);
+    return choice;
+}
+
+std::string formatSeconds(double seconds)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.3f s", seconds);
+    return buffer;
+}
 
 }  // namespace
 
 int runFilter(const std::vector<std::string>& args)
 {
-    const Options options(args,
-                          {"-o", "--output", "--load", "--save", "--sigma", "--plateau", "--angle", "--frequency",
-                           "--dc-radius", "--jobs"},
-                          {"--gabor", "--gabor-reject", "--band-pass", "--band-reject", "--scale"});
+    const Options options(kFilterCommand, args);
     const std::vector<std::string>& inputs = options.positional();
     if (inputs.empty())
         throw UsageError("filter needs at least one input image");
-    const std::string output = options.has("-o") ? options.value("-o") : options.value("--output");
-    if (output.empty())
-        throw UsageError("an output is needed (-o OUT_OR_DIR)");
+    const std::string output = outputOption(options);
 
-    FilterChoice choice{};
-    int chosen = 0;
-    for (auto [flag, kind] : {std::pair<const char*, Kind>{"--gabor", Kind::Gabor}, {"--gabor-reject", Kind::GaborReject},
-                              {"--band-pass", Kind::BandPass}, {"--band-reject", Kind::BandReject},
-                              {"--load", Kind::Loaded}})
-        if (options.has(flag)) {
-            choice.kind = kind;
-            ++chosen;
-        }
-    if (chosen != 1)
-        throw UsageError("give exactly one filter: --gabor, --gabor-reject, --band-pass, --band-reject or --load FILE");
-    choice.sigma = options.pair("--sigma", 0.01);
-    choice.plateau = options.pair("--plateau", 0.0);
-    choice.angleDegrees = options.number("--angle", 0.0);
-    choice.frequency = options.number("--frequency", 0.1);
-    choice.dcRadius = options.integer("--dc-radius", 0);
-    const long jobs = options.integer("--jobs", 1);
-    if (jobs < 1 || jobs > 256)
-        throw UsageError("--jobs takes a number from 1 to 256");
-    const bool scale = options.has("--scale");
+    Settings settings;
+    settings.choice = parseFilter(options);
+    const std::string mode = options.choice("--output", {"real", "signed", "magnitude"}, "real");
+    settings.mode = mode == "real" ? OutputMode::Real : mode == "signed" ? OutputMode::Signed : OutputMode::Magnitude;
+    settings.padding = paddingOption(options, Padding::Mirror);
+    settings.region = regionOption(options);
+    settings.scale = options.has("--scale");
+    const long jobs = options.integer("--jobs", 1, 1, 256);
+    const std::string json = options.value("--json");
+    if (options.has("--json") && json.empty())
+        optionError("--json", "needs a file name");
 
     // Outputs: a file for one input, a directory for several.
-    namespace fs = std::filesystem;
-    const bool toDirectory = inputs.size() > 1 || fs::is_directory(output);
+    std::error_code ec;
+    const bool endsInSlash = output.back() == '/';
+    const bool isDirectory = fs::is_directory(output, ec);
+    const bool toDirectory = inputs.size() > 1 || isDirectory || endsInSlash;
+    if (inputs.size() > 1 && !isDirectory && !endsInSlash)
+        optionError("-o", "with several inputs, -o must be a directory (existing, or ending in /), not '" + output +
+                              "'");
+    if (toDirectory && fs::exists(output, ec) && !isDirectory)
+        optionError("-o", "'" + output + "' exists and is not a directory");
     std::vector<std::string> outputs;
+    std::map<std::string, std::string> claimed;   // output -> input
     for (const std::string& in : inputs) {
         const std::string out = toDirectory ? (fs::path(output) / fs::path(in).filename()).string() : output;
         kxio::formatFor(out);
-        std::error_code ec;
         if (fs::equivalent(in, out, ec))
-            throw UsageError(out + ": the output would overwrite its input");
+            throw CommandError(out + ": the output would overwrite its input");
+        const std::string key = fs::absolute(out, ec).lexically_normal().string();
+        const auto [at, fresh] = claimed.emplace(key, in);
+        if (!fresh)
+            throw CommandError("outputs clash: " + at->second + " and " + in + " would both be written to " + out);
         outputs.push_back(out);
     }
 
     // The filter is checked (and saved) before any image is processed.
-    if (choice.kind == Kind::Loaded)
-        choice.loaded = loadFilter(options.value("--load"));
-    else
-        makeFilter(choice, kxPair<long>(1, 1));   // validates the parameters
-    if (options.has("--save"))
-        saveFilter(options.value("--save"), *makeFilter(choice, paddedSize(readInput(inputs[0]))));
+    if (settings.choice.kind == Kind::Loaded) {
+        settings.choice.loaded = loadFilter(settings.choice.source);
+    } else if (settings.choice.kind == Kind::Transfer) {
+        try {
+            settings.choice.gain = kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{},
+                                                   [](const std::string& notice) {
+                                                       printLine(std::cerr, "kxfreq: note: " + notice);
+                                                   });
+        } catch (const kxio::ImageError& e) {
+            optionError("--transfer", e.what());
+        }
+    } else {
+        makeFilter(settings.choice, kxPair<long>(1, 1));   // validates the parameters
+    }
+    // The filter is stored for the first image's size: that image is read
+    // now (and only now), and handed to its worker.
+    std::unique_ptr<kxio::GreyImage> first;
+    if (options.has("--save")) {
+        first = std::make_unique<kxio::GreyImage>(readInput(inputs[0], settings.region));
+        const kxFrequencyBuffer sized(first->width(), first->height());   // the library's padded size
+        saveFilter(options.value("--save"), *makeFilter(settings.choice, kxPair<long>(sized.width(), sized.height())));
+    }
     if (toDirectory)
         fs::create_directories(output);
 
     const auto start = std::chrono::steady_clock::now();
-    std::vector<std::string> failures(inputs.size());
+    std::vector<Outcome> outcomes(inputs.size());
     std::atomic<std::size_t> next{0};
-    Progress progress(inputs.size());
     auto worker = [&] {
         for (std::size_t i; (i = next++) < inputs.size();) {
+            const auto begun = std::chrono::steady_clock::now();
+            Outcome& outcome = outcomes[i];
             try {
-                filterOne(inputs[i], outputs[i], choice, scale);
+                filterOne(inputs[i], outputs[i], settings, outcome, i == 0 ? std::move(first) : nullptr);
             } catch (const std::exception& e) {
-                failures[i] = e.what();
+                outcome.error = e.what();
             }
-            progress.step();
+            outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+            if (outcome.error.empty())
+                printLine(std::cout, outputs[i] + " (" + formatSeconds(outcome.seconds) + ")");
+            else
+                printLine(std::cerr, "kxfreq: error: " + outcome.error);
         }
     };
     std::vector<std::thread> threads;
@@ -251,17 +538,14 @@ int runFilter(const std::vector<std::string>& args)
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
     std::size_t failed = 0;
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-        if (failures[i].empty()) {
-            std::cout << outputs[i] << "\n";
-        } else {
-            ++failed;
-            std::cerr << "kxfreq: error: " << failures[i] << "\n";
-        }
-    }
+    for (const Outcome& o : outcomes)
+        failed += !o.error.empty();
+    if (options.has("--json"))
+        writeReport(json, settings, inputs, outputs, outcomes, seconds);
     if (inputs.size() > 1 || failed > 0)
-        std::cerr << "filtered " << inputs.size() - failed << " of " << inputs.size() << " images in " << seconds
-                  << " s" << (failed ? ", " + std::to_string(failed) + " failed" : std::string()) << "\n";
+        std::cerr << "filtered " << inputs.size() - failed << " of " << inputs.size() << " images in "
+                  << formatSeconds(seconds)
+                  << (failed ? ", " + std::to_string(failed) + " failed" : std::string()) << "\n";
     return failed ? 1 : 0;
 }
 

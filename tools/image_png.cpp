@@ -1,19 +1,19 @@
-// PNG reading and writing through libpng's classic interface.
+// PNG reading and writing through libpng's classic interface, with our own
+// read and write callbacks (no FILE*, no temporary file).
 //
 // libpng reports errors by longjmp. Every function that calls setjmp below
-// holds only trivially destructible locals, and all C++ objects (buffers,
-// strings) live in the callers, outside the jump's reach.
-#include "image_io.h"
+// holds only trivially destructible locals, the callbacks catch everything
+// before they call png_error, and all C++ objects (buffers, strings) live in
+// the callers, outside the jump's reach.
+#include "image_detail.h"
 
 #include <png.h>
 
-#include <cerrno>
 #include <csetjmp>
-#include <cstdio>
 #include <cstring>
-#include <vector>
 
 namespace kxio {
+namespace detail {
 
 namespace {
 
@@ -30,24 +30,57 @@ void onError(png_structp png, png_const_charp text)
 
 void onWarning(png_structp, png_const_charp) {}
 
+void readBytes(png_structp png, png_bytep data, png_size_t length)
+{
+    auto* source = static_cast<ByteSource*>(png_get_io_ptr(png));
+    if (source->read(data, length) != length)
+        png_error(png, "truncated file");
+}
+
+struct WriteTarget {
+    std::vector<unsigned char>* bytes;
+    bool failed;
+};
+
+void writeBytes(png_structp png, png_bytep data, png_size_t length)
+{
+    auto* target = static_cast<WriteTarget*>(png_get_io_ptr(png));
+    try {
+        target->bytes->insert(target->bytes->end(), data, data + length);
+    } catch (...) {
+        target->failed = true;
+    }
+    if (target->failed)
+        png_error(png, "out of memory");
+}
+
+void flushBytes(png_structp) {}
+
 struct PngHeader {
     png_uint_32 width;
     png_uint_32 height;
     int bitDepth;
     int colorType;
+    int interlace;
     bool converted;   // colour data turned into grey
 };
 
-// Reads the header and sets the transformations to 8- or 16-bit grey.
-// Returns false with sink->message on failure.
-bool readHeader(png_structp png, png_infop info, std::FILE* file, PngHeader* header)
+// Reads the header only.
+bool readHeader(png_structp png, png_infop info, PngHeader* header)
 {
     if (setjmp(png_jmpbuf(png)))
         return false;
-    png_init_io(png, file);
     png_read_info(png, info);
-    png_get_IHDR(png, info, &header->width, &header->height, &header->bitDepth, &header->colorType, nullptr,
-                 nullptr, nullptr);
+    png_get_IHDR(png, info, &header->width, &header->height, &header->bitDepth, &header->colorType,
+                 &header->interlace, nullptr, nullptr);
+    return true;
+}
+
+// Sets the transformations to 8- or 16-bit grey.
+bool setTransforms(png_structp png, png_infop info, PngHeader* header)
+{
+    if (setjmp(png_jmpbuf(png)))
+        return false;
     header->converted = false;
     if (header->colorType == PNG_COLOR_TYPE_PALETTE)
         png_set_palette_to_rgb(png);
@@ -63,25 +96,42 @@ bool readHeader(png_structp png, png_infop info, std::FILE* file, PngHeader* hea
     }
     if (header->bitDepth == 16)
         png_set_swap(png);   // host (little-endian) order
+    if (header->interlace != PNG_INTERLACE_NONE)
+        png_set_interlace_handling(png);
     png_read_update_info(png, info);
     return true;
 }
 
-bool readRows(png_structp png, png_infop info, png_bytepp rows)
+bool readRow(png_structp png, png_bytep row)
 {
     if (setjmp(png_jmpbuf(png)))
         return false;
-    png_read_image(png, rows);
+    png_read_row(png, row, nullptr);
+    return true;
+}
+
+bool readEnd(png_structp png, png_infop info)
+{
+    if (setjmp(png_jmpbuf(png)))
+        return false;
     png_read_end(png, info);
     return true;
 }
 
-bool writeAll(png_structp png, png_infop info, std::FILE* file, png_uint_32 width, png_uint_32 height, int bits,
+bool readAllRows(png_structp png, png_bytepp rows)
+{
+    if (setjmp(png_jmpbuf(png)))
+        return false;
+    png_read_image(png, rows);
+    return true;
+}
+
+bool writeAll(png_structp png, png_infop info, WriteTarget* target, png_uint_32 width, png_uint_32 height, int bits,
               png_bytepp rows)
 {
     if (setjmp(png_jmpbuf(png)))
         return false;
-    png_init_io(png, file);
+    png_set_write_fn(png, target, writeBytes, flushBytes);
     png_set_IHDR(png, info, width, height, bits, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
@@ -91,22 +141,6 @@ bool writeAll(png_structp png, png_infop info, std::FILE* file, png_uint_32 widt
     png_write_end(png, info);
     return true;
 }
-
-class File {
-public:
-    File(const char* path, const char* mode) : file_(std::fopen(path, mode)) {}
-    ~File()
-    {
-        if (file_)
-            std::fclose(file_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    std::FILE* get() const { return file_; }
-
-private:
-    std::FILE* file_;
-};
 
 class ReadStruct {
 public:
@@ -144,91 +178,102 @@ private:
     png_infop info_;
 };
 
+template <typename T>
+void deliver(RowSink& sink, long y, long width, const unsigned char* row)
+{
+    sink.put(y, 0, width, reinterpret_cast<const T*>(row));
+}
+
 }  // namespace
 
-bool pngSupported() { return true; }
-
-GreyImage readPng(const std::string& path, const std::function<void(const std::string&)>& notice)
+void readPng(ByteSource& source, RowSink& sink, const Notice& notice)
 {
-    File file(path.c_str(), "rb");
-    if (!file.get())
-        throw ImageError(path + ": cannot open: " + std::strerror(errno));
-    ErrorSink sink{};
-    ReadStruct reader(&sink);
+    const std::string& name = source.name();
+    ErrorSink errors{};
+    ReadStruct reader(&errors);
     if (!reader.png() || !reader.info())
-        throw ImageError(path + ": out of memory");
+        fail(name, "out of memory");
+    png_set_read_fn(reader.png(), &source, readBytes);
+    // Sizes beyond the tool's are refused by libpng itself, before it reads
+    // any image data.
+    png_set_user_limits(reader.png(), kMaxSide, kMaxSide);
+    png_set_chunk_malloc_max(reader.png(), 8 * 1024 * 1024);
     PngHeader header{};
-    if (!readHeader(reader.png(), reader.info(), file.get(), &header))
-        throw ImageError(path + ": corrupt PNG: " + sink.message);
-    if (header.width < 1 || header.height < 1 || header.width > kMaxSide || header.height > kMaxSide)
-        throw ImageError(path + ": invalid image size " + std::to_string(header.width) + " x " +
-                         std::to_string(header.height));
+    if (!readHeader(reader.png(), reader.info(), &header))
+        fail(name, std::string("corrupt PNG: ") + errors.message);
     const int bits = header.bitDepth == 16 ? 16 : 8;
+    sink.begin(static_cast<long>(header.width), static_cast<long>(header.height), bits, Format::Png);
+    if (!setTransforms(reader.png(), reader.info(), &header))
+        fail(name, std::string("corrupt PNG: ") + errors.message);
     const std::size_t rowBytes = png_get_rowbytes(reader.png(), reader.info());
     if (rowBytes != header.width * static_cast<std::size_t>(bits / 8))
-        throw ImageError(path + ": unsupported PNG layout");
-    std::vector<unsigned char> pixels(rowBytes * header.height);
-    std::vector<png_bytep> rows(header.height);
-    for (png_uint_32 y = 0; y < header.height; ++y)
-        rows[y] = pixels.data() + y * rowBytes;
-    if (!readRows(reader.png(), reader.info(), rows.data()))
-        throw ImageError(path + ": corrupt PNG: " + sink.message);
-    if (header.converted && notice)
-        notice(path + ": colour image converted to grey");
+        fail(name, "unsupported PNG layout");
+    const long width = static_cast<long>(header.width);
 
-    GreyImage image;
-    image.bits = bits;
-    const long w = header.width, h = header.height;
-    if (bits == 8) {
-        image.pixels8 = kxPelBuffer<unsigned char>(w, h);
-        for (long y = 0; y < h; ++y)
-            std::memcpy(&image.pixels8(0, y), rows[y], w);
+    if (header.interlace == PNG_INTERLACE_NONE) {
+        // Row by row, stopping after the last row wanted.
+        std::vector<unsigned char> row(rowBytes);
+        for (long y = 0; y < sink.endRow(); ++y) {
+            if (!readRow(reader.png(), row.data()))
+                fail(name, std::string("corrupt PNG: ") + errors.message);
+            if (bits == 8)
+                deliver<unsigned char>(sink, y, width, row.data());
+            else
+                deliver<unsigned short>(sink, y, width, row.data());
+        }
     } else {
-        image.pixels16 = kxPelBuffer<unsigned short>(w, h);
-        for (long y = 0; y < h; ++y)
-            std::memcpy(&image.pixels16(0, y), rows[y], 2 * w);
+        // Interlaced images need every pass in memory: only whole images
+        // within the limit, never a part of a large one.
+        if (header.width > static_cast<png_uint_32>(kTransformMaxSide) ||
+            header.height > static_cast<png_uint_32>(kTransformMaxSide))
+            fail(name, "interlaced PNG larger than " + std::to_string(kTransformMaxSide) +
+                           " pixels in a side; save it without interlacing to read a part of it");
+        std::vector<unsigned char> pixels(rowBytes * header.height);
+        std::vector<png_bytep> rows(header.height);
+        for (png_uint_32 y = 0; y < header.height; ++y)
+            rows[y] = pixels.data() + y * rowBytes;
+        if (!readAllRows(reader.png(), rows.data()))
+            fail(name, std::string("corrupt PNG: ") + errors.message);
+        for (long y = sink.firstRow(); y < sink.endRow(); ++y) {
+            if (bits == 8)
+                deliver<unsigned char>(sink, y, width, rows[y]);
+            else
+                deliver<unsigned short>(sink, y, width, rows[y]);
+        }
     }
-    return image;
+    // A whole image is checked to its end (a cut file fails here); a region
+    // read stops after its last row.
+    if (sink.endRow() == static_cast<long>(header.height) && !readEnd(reader.png(), reader.info()))
+        fail(name, std::string("corrupt PNG: ") + errors.message);
+    if (header.converted && notice)
+        notice(name + ": colour image converted to grey");
 }
 
 std::vector<unsigned char> encodePng(const std::string& path, const GreyImage& image)
 {
-    // libpng writes to a FILE*: encode into a temporary file in memory.
     const long w = image.width(), h = image.height();
-    const int bytesPerPixel = image.bits / 8;
-    std::vector<unsigned char> pixels(static_cast<std::size_t>(w) * h * bytesPerPixel);
     std::vector<png_bytep> rows(h);
     for (long y = 0; y < h; ++y) {
-        rows[y] = pixels.data() + static_cast<std::size_t>(y) * w * bytesPerPixel;
+        // libpng only reads the rows.
         if (image.bits == 8)
-            std::memcpy(rows[y], &image.pixels8(0, y), w);
+            rows[y] = const_cast<png_bytep>(&image.pixels8(0, y));
         else
-            std::memcpy(rows[y], &image.pixels16(0, y), 2 * w);
-    }
-    std::FILE* memory = std::tmpfile();
-    if (!memory)
-        throw ImageError(path + ": cannot create a temporary file");
-    ErrorSink sink{};
-    bool ok;
-    {
-        WriteStruct writer(&sink);
-        ok = writer.png() && writer.info() &&
-             writeAll(writer.png(), writer.info(), memory, static_cast<png_uint_32>(w), static_cast<png_uint_32>(h),
-                      image.bits, rows.data());
+            rows[y] = reinterpret_cast<png_bytep>(const_cast<unsigned short*>(&image.pixels16(0, y)));
     }
     std::vector<unsigned char> bytes;
-    if (ok) {
-        std::fflush(memory);
-        std::rewind(memory);
-        unsigned char chunk[65536];
-        std::size_t got;
-        while ((got = std::fread(chunk, 1, sizeof chunk, memory)) > 0)
-            bytes.insert(bytes.end(), chunk, chunk + got);
-    }
-    std::fclose(memory);
+    WriteTarget target{&bytes, false};
+    ErrorSink errors{};
+    WriteStruct writer(&errors);
+    const bool ok = writer.png() && writer.info() &&
+                    writeAll(writer.png(), writer.info(), &target, static_cast<png_uint_32>(w),
+                             static_cast<png_uint_32>(h), image.bits, rows.data());
     if (!ok)
-        throw ImageError(path + ": PNG encoding failed: " + sink.message);
+        fail(path, std::string("PNG encoding failed: ") + errors.message);
     return bytes;
 }
+
+}  // namespace detail
+
+bool pngSupported() { return true; }
 
 }  // namespace kxio

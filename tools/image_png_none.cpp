@@ -1,20 +1,21 @@
 // Built when libpng was not found: PNG files are refused with a clear message.
-#include "image_io.h"
-
-#include <vector>
+#include "image_detail.h"
 
 namespace kxio {
+namespace detail {
 
-bool pngSupported() { return false; }
-
-GreyImage readPng(const std::string& path, const std::function<void(const std::string&)>&)
+void readPng(ByteSource& source, RowSink&, const Notice&)
 {
-    throw ImageError(path + ": PNG support was not built in (libpng was not found); use PGM");
+    fail(source.name(), "PNG support was not built in (libpng was not found); use PGM");
 }
 
 std::vector<unsigned char> encodePng(const std::string& path, const GreyImage&)
 {
-    throw ImageError(path + ": PNG support was not built in (libpng was not found); use PGM");
+    fail(path, "PNG support was not built in (libpng was not found); use PGM");
 }
+
+}  // namespace detail
+
+bool pngSupported() { return false; }
 
 }  // namespace kxio

@@ -5,7 +5,6 @@
 
 #include <kx/core/exception.h>
 
-#include <cstring>
 #include <iostream>
 
 #ifndef KXFREQ_VERSION
@@ -14,36 +13,43 @@
 
 namespace {
 
-const char* const kHelp =
-    "Usage: kxfreq COMMAND [options]\n"
-    "\n"
-    "Frequency-domain image processing for machine vision.\n"
-    "\n"
-    "Commands:\n"
-    "  demo          filter a built-in inspection image and write the pictures\n"
-    "  spectrum      write a picture of an image's spectrum\n"
-    "  filter        filter images with a Gabor, band-pass or band-reject filter\n"
-    "  roundtrip     transform an image forward and back\n"
-    "\n"
-    "Images are 8- or 16-bit grey PGM (binary or ASCII) or PNG, at most 2048\n"
-    "pixels in a side. 'kxfreq COMMAND --help' tells more.\n"
-    "\n"
-    "Options:\n"
-    "  -h, --help    this help\n"
-    "  --version     the version\n";
-
 struct Command {
-    const char* name;
+    const kxcli::CommandTable* table;
     int (*run)(const std::vector<std::string>&);
-    const char* help;
+    const char* summary;
 };
 
 const Command kCommands[] = {
-    {"demo", kxcli::runDemo, kxcli::kDemoHelp},
-    {"spectrum", kxcli::runSpectrum, kxcli::kSpectrumHelp},
-    {"filter", kxcli::runFilter, kxcli::kFilterHelp},
-    {"roundtrip", kxcli::runRoundtrip, kxcli::kRoundtripHelp},
+    {&kxcli::kDemoCommand, kxcli::runDemo, "filter a built-in inspection image and write the pictures"},
+    {&kxcli::kSpectrumCommand, kxcli::runSpectrum, "write a picture of an image's spectrum"},
+    {&kxcli::kFilterCommand, kxcli::runFilter, "filter images with a Gabor, band or painted filter"},
+    {&kxcli::kRoundtripCommand, kxcli::runRoundtrip, "transform an image forward and back"},
 };
+
+std::string mainHelp()
+{
+    std::string text = "Usage: kxfreq COMMAND [options]\n"
+                       "\n"
+                       "Frequency-domain image processing for machine vision.\n"
+                       "\n"
+                       "Commands:\n";
+    for (const Command& command : kCommands) {
+        std::string name = command.table->name;
+        text += "  " + name + std::string(14 - name.size(), ' ') + command.summary + "\n";
+    }
+    text += "\n"
+            "Images are 8- or 16-bit grey PGM (binary or ASCII), PNG or TIFF; colour is\n"
+            "converted to grey. The library transforms at most 2048 pixels in a side;\n"
+            "--region X,Y,W,H works on a part of an image up to 65535 in a side.\n"
+            "Frequencies are in cycles per pixel; angles in degrees, 0 along +x, 90\n"
+            "along +y (downwards), so positive angles turn clockwise on the screen.\n"
+            "'kxfreq COMMAND --help' tells more.\n"
+            "\n"
+            "Options:\n"
+            "  -h, --help    this help\n"
+            "  --version     the version\n";
+    return text;
+}
 
 }  // namespace
 
@@ -51,11 +57,11 @@ int main(int argc, char** argv)
 {
     const std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty()) {
-        std::cerr << kHelp;
+        std::cerr << mainHelp();
         return 2;
     }
     if (args[0] == "-h" || args[0] == "--help") {
-        std::cout << kHelp;
+        std::cout << mainHelp();
         return 0;
     }
     if (args[0] == "--version") {
@@ -63,19 +69,19 @@ int main(int argc, char** argv)
         return 0;
     }
     for (const Command& command : kCommands) {
-        if (args[0] != command.name)
+        if (args[0] != command.table->name)
             continue;
         const std::vector<std::string> rest(args.begin() + 1, args.end());
         for (const std::string& a : rest)
             if (a == "-h" || a == "--help") {
-                std::cout << command.help;
+                std::cout << kxcli::helpText(*command.table);
                 return 0;
             }
         try {
             return command.run(rest);
         } catch (const kxcli::UsageError& e) {
-            std::cerr << "kxfreq " << command.name << ": " << e.what() << "\n"
-                      << "Try 'kxfreq " << command.name << " --help'.\n";
+            std::cerr << "kxfreq " << command.table->name << ": " << e.what() << "\n"
+                      << "Try 'kxfreq " << command.table->name << " --help'.\n";
             return 2;
         } catch (const std::exception& e) {
             // Library (kxException), image and command failures alike.

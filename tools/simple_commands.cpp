@@ -1,34 +1,53 @@
 // The spectrum and roundtrip commands.
 #include "commands.h"
-#include "options.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
 
 namespace kxcli {
 
-const char* const kSpectrumHelp =
-    "Usage: kxfreq spectrum IN -o OUT [options]\n"
-    "\n"
-    "Writes an 8-bit picture of one component of IN's spectrum.\n"
-    "\n"
-    "Options:\n"
-    "  -o, --output OUT       the picture to write (.png or .pgm)\n"
-    "  --part PART            magnitude (default), phase, real or imaginary\n"
-    "  --map MAP              clip, linear, range, log or phase; by default log for\n"
-    "                         the magnitude, phase for the phase, linear otherwise\n"
-    "  --low L --high H       the values that map to 0 and 255 with --map range\n"
-    "  --centered             zero frequency in the middle (default)\n"
-    "  --uncentered           zero frequency at the top-left corner\n";
+const CommandTable kSpectrumCommand{
+    "spectrum",
+    "spectrum IN -o OUT [options]",
+    "Writes an 8-bit picture of one component of IN's spectrum, the zero\n"
+    "frequency in the middle. Frequency (u, v) in cycles per pixel lies at\n"
+    "u x width right of and v x height below the middle: a pattern whose\n"
+    "brightness varies along x shows as two peaks left and right of the middle,\n"
+    "one varying along y as two peaks above and below it. Padding: mirror (the\n"
+    "default) avoids the bright cross that zero padding draws through the middle\n"
+    "of a non-power-of-two image, but an oblique pattern's reflection then shows\n"
+    "as a weaker pair of peaks at the mirrored angle; --pad zero shows only the\n"
+    "image's own frequencies.",
+    {
+        {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm)"},
+        {"--part", nullptr, "PART", "magnitude (default), phase, real or imaginary"},
+        {"--map", nullptr, "MAP",
+         "auto, clip, linear, range, log or phase; by default\n"
+         "auto for the magnitude (the log magnitude stretched\n"
+         "from its median to its 99.99th percentile, so that\n"
+         "periodic peaks stand out), phase for the phase,\n"
+         "linear otherwise"},
+        {"--low", nullptr, "L", "the value that maps to 0 with --map range"},
+        {"--high", nullptr, "H", "the value that maps to 255 with --map range"},
+        {"--centered", nullptr, nullptr, "zero frequency in the middle (default)"},
+        {"--uncentered", nullptr, nullptr, "zero frequency at the top-left corner"},
+        kRegionOption,
+        kPadOption,
+    },
+    nullptr};
 
-const char* const kRoundtripHelp =
-    "Usage: kxfreq roundtrip IN -o OUT\n"
-    "\n"
+const CommandTable kRoundtripCommand{
+    "roundtrip",
+    "roundtrip IN -o OUT [--region X,Y,W,H]",
     "Transforms IN forward and back, writes the result with IN's bit depth and\n"
-    "prints the largest pixel difference.\n"
-    "\n"
-    "Options:\n"
-    "  -o, --output OUT       the image to write (.png or .pgm)\n";
+    "prints the largest pixel difference.",
+    {
+        {"--out", "-o", "OUT", "the image to write (.png, .tif or .pgm)"},
+        kRegionOption,
+    },
+    nullptr};
 
 namespace {
 
@@ -39,61 +58,110 @@ std::string singleInput(const Options& options, const char* command)
     return options.positional()[0];
 }
 
-std::string outputOf(const Options& options)
-{
-    const std::string out = options.has("-o") ? options.value("-o") : options.value("--output");
-    if (out.empty())
-        throw UsageError("an output file is needed (-o OUT)");
-    return out;
-}
-
 kxFrequencyDefs::FrequencyMapping mappingNamed(const std::string& name)
 {
     if (name == "clip")
         return kxFrequencyDefs::eMapClip;
     if (name == "linear")
         return kxFrequencyDefs::eMapLinear;
-    if (name == "range")
-        return kxFrequencyDefs::eMapLinearRange;
     if (name == "log")
         return kxFrequencyDefs::eMapLog;
     if (name == "phase")
         return kxFrequencyDefs::eMapPhase;
-    throw UsageError("unknown mapping '" + name + "' (clip, linear, range, log or phase)");
+    return kxFrequencyDefs::eMapLinearRange;   // range and auto
+}
+
+// The value below which a fraction q of the values lie.
+double percentile(std::vector<double> values, double q)
+{
+    const std::size_t k = static_cast<std::size_t>(q * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(k), values.end());
+    return values[k];
+}
+
+// Values from low to high mapped linearly onto 0 to 255, clamped. The values
+// are shifted so that the library's range mapping sees a range starting at 0
+// (it takes its range from zero when the low end is not negative).
+kxPelBuffer<unsigned char> mapRange(const kxPelBuffer<double>& values, double low, double high)
+{
+    kxPelBuffer<double> shifted(values.width(), values.height());
+    for (long y = 0; y < values.height(); ++y)
+        for (long x = 0; x < values.width(); ++x)
+            shifted(x, y) = values(x, y) - low;
+    return kfFrequencyMapImage(shifted, kxFrequencyDefs::eMapLinearRange, 0.0, high - low);
 }
 
 }  // namespace
 
+kxPelBuffer<unsigned char> logPicture(const kxPelBuffer<double>& magnitude, double lowQuantile, double highQuantile,
+                                      bool skipZeroFrequency)
+{
+    kxPelBuffer<double> logs(magnitude.width(), magnitude.height());
+    std::vector<double> all;
+    all.reserve(static_cast<std::size_t>(magnitude.width() * magnitude.height()));
+    for (long y = 0; y < magnitude.height(); ++y)
+        for (long x = 0; x < magnitude.width(); ++x) {
+            logs(x, y) = std::log1p(magnitude(x, y));
+            if (!skipZeroFrequency || x != magnitude.width() / 2 || y != magnitude.height() / 2)
+                all.push_back(logs(x, y));
+        }
+    const double low = percentile(all, lowQuantile);
+    double high = percentile(all, highQuantile);
+    if (!(high > low))
+        high = low + 1;
+    return mapRange(logs, low, high);
+}
+
+kxPelBuffer<unsigned char> autoContrastLogPicture(const kxPelBuffer<double>& magnitude)
+{
+    return logPicture(magnitude, 0.5, 0.9999, false);
+}
+
 int runSpectrum(const std::vector<std::string>& args)
 {
-    const Options options(args, {"-o", "--output", "--part", "--map", "--low", "--high"}, {"--centered", "--uncentered"});
+    const Options options(kSpectrumCommand, args);
     const std::string in = singleInput(options, "spectrum");
-    const std::string out = outputOf(options);
+    const std::string out = outputOption(options);
     kxio::formatFor(out);   // refuse an unknown output format before any work
-    const std::string part = options.value("--part", "magnitude");
-    std::string defaultMap = part == "magnitude" ? "log" : part == "phase" ? "phase" : "linear";
-    const auto mapping = mappingNamed(options.value("--map", defaultMap));
+    const std::string part = options.choice("--part", {"magnitude", "phase", "real", "imaginary"}, "magnitude");
+    const std::string defaultMap = part == "magnitude" ? "auto" : part == "phase" ? "phase" : "linear";
+    const std::string map = options.choice("--map", {"auto", "clip", "linear", "range", "log", "phase"}, defaultMap);
     if (options.has("--centered") && options.has("--uncentered"))
-        throw UsageError("--centered and --uncentered exclude each other");
+        throw UsageError("--uncentered: excludes --centered");
     const bool centered = !options.has("--uncentered");
-    if (mapping == kxFrequencyDefs::eMapLinearRange && !(options.has("--low") && options.has("--high")))
-        throw UsageError("--map range needs --low and --high");
+    if (map != "range") {
+        options.refuse("--low", "used only with --map range");
+        options.refuse("--high", "used only with --map range");
+    } else {
+        if (!options.has("--low") || !options.has("--high"))
+            optionError(options.has("--low") ? "--high" : "--low", "--map range needs both --low and --high");
+    }
+    if (map == "auto" && part != "magnitude")
+        optionError("--map", "auto is for the magnitude only");
+    const double low = options.number("--low", 0), high = options.number("--high", 0);
+    if (map == "range" && !(low < high))
+        optionError("--low", "the range is inverted or empty (--low " + options.value("--low") + " is not below --high " +
+                                 options.value("--high") + ")");
+    const Padding padding = paddingOption(options, Padding::Mirror);
+    const kxio::Region region = regionOption(options);
 
     kxFrequencyBuffer spectrum;
-    forward(readInput(in), spectrum);
-    kxPelBuffer<double> component;
-    if (part == "magnitude")
-        component = spectrum.getMagnitudeImage(centered);
-    else if (part == "phase")
-        component = spectrum.getPhaseImage(centered);
-    else if (part == "real")
-        component = spectrum.getRealImage(centered);
-    else if (part == "imaginary")
-        component = spectrum.getImaginaryImage(centered);
-    else
-        throw UsageError("unknown part '" + part + "' (magnitude, phase, real or imaginary)");
-    const kxPelBuffer<unsigned char> picture =
-        kfFrequencyMapImage(component, mapping, options.number("--low", 0), options.number("--high", 0));
+    forward(readInput(in, region), padding, spectrum);
+    kxPelBuffer<unsigned char> picture;
+    if (map == "auto") {
+        picture = autoContrastLogPicture(spectrum.getMagnitudeImage(centered));
+    } else {
+        kxPelBuffer<double> component;
+        if (part == "magnitude")
+            component = spectrum.getMagnitudeImage(centered);
+        else if (part == "phase")
+            component = spectrum.getPhaseImage(centered);
+        else if (part == "real")
+            component = spectrum.getRealImage(centered);
+        else
+            component = spectrum.getImaginaryImage(centered);
+        picture = map == "range" ? mapRange(component, low, high) : kfFrequencyMapImage(component, mappingNamed(map));
+    }
     kxio::writeImage(out, kxio::makeImage8(picture));
     std::cout << out << "\n";
     return 0;
@@ -101,14 +169,15 @@ int runSpectrum(const std::vector<std::string>& args)
 
 int runRoundtrip(const std::vector<std::string>& args)
 {
-    const Options options(args, {"-o", "--output"}, {});
+    const Options options(kRoundtripCommand, args);
     const std::string in = singleInput(options, "roundtrip");
-    const std::string out = outputOf(options);
+    const std::string out = outputOption(options);
     kxio::formatFor(out);
-    const kxio::GreyImage image = readInput(in);
+    const kxio::GreyImage image = readInput(in, regionOption(options));
     kxFrequencyBuffer spectrum;
-    forward(image, spectrum);
-    const kxio::GreyImage back = inverse(spectrum, image.bits, false);
+    forward(image, Padding::Zero, spectrum);
+    const kxio::GreyImage back =
+        toPixels(inverseComplex(spectrum, image.width(), image.height()), image.bits, OutputMode::Real, false);
     long worst = 0;
     for (long y = 0; y < image.height(); ++y)
         for (long x = 0; x < image.width(); ++x) {

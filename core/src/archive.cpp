@@ -111,25 +111,27 @@ kxArchive& kxArchive::operator||(unsigned long& value)
     return *this;
 }
 
+// Floating-point values travel as their IEEE bit patterns.
+template <typename Float, typename Bits>
+void kxArchive::streamFloat(Float& value)
+{
+    static_assert(sizeof(Float) == sizeof(Bits), "float and double must be IEEE binary32 and binary64");
+    Bits bits;
+    std::memcpy(&bits, &value, sizeof(Bits));
+    streamUnsigned<Bits, sizeof(Bits)>(bits);
+    if (loading_)
+        std::memcpy(&value, &bits, sizeof(Bits));
+}
+
 kxArchive& kxArchive::operator||(float& value)
 {
-    static_assert(sizeof(float) == 4, "float must be IEEE binary32");
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, 4);
-    streamUnsigned<std::uint32_t, 4>(bits);
-    if (loading_)
-        std::memcpy(&value, &bits, 4);
+    streamFloat<float, std::uint32_t>(value);
     return *this;
 }
 
 kxArchive& kxArchive::operator||(double& value)
 {
-    static_assert(sizeof(double) == 8, "double must be IEEE binary64");
-    std::uint64_t bits;
-    std::memcpy(&bits, &value, 8);
-    streamUnsigned<std::uint64_t, 8>(bits);
-    if (loading_)
-        std::memcpy(&value, &bits, 8);
+    streamFloat<double, std::uint64_t>(value);
     return *this;
 }
 

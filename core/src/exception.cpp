@@ -39,16 +39,12 @@ void kxException::streamText_(kxArchive&) {}
 
 void kxException::dispatchSerialize(kxArchive& archive)
 {
-    const kxException* self = this;
-    if (haveVisited(archive, self, sizeof(kxException)))
-        return;
-    unsigned char version = 0;
-    archive || version;
-    if (version != 0)
-        throw kxArchive::UnknownVersion("kxException", 0);
-    kxPersistent::dispatchSerialize(archive);
-    streamText_(archive);
-    setVisited(archive, self, sizeof(kxException));
+    kfStreamVersioned(archive, this, sizeof(kxException), [&](unsigned char version) {
+        if (version != 0)
+            throw kxArchive::UnknownVersion("kxException", 0);
+        kxPersistent::dispatchSerialize(archive);
+        streamText_(archive);
+    });
 }
 
 kxExceptionWithString::kxExceptionWithString(const char* message)

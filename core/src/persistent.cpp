@@ -25,14 +25,10 @@ kxPersistent::~kxPersistent() = default;
 
 void kxPersistent::dispatchSerialize(kxArchive& archive)
 {
-    const kxPersistent* self = this;
-    if (haveVisited(archive, self, sizeof(kxPersistent)))
-        return;
-    unsigned char version = 0;
-    archive || version;
-    if (version != 0)
-        throw kxArchive::UnknownVersion("kxPersistent", 0);
-    setVisited(archive, self, sizeof(kxPersistent));
+    kfStreamVersioned(archive, this, sizeof(kxPersistent), [](unsigned char version) {
+        if (version != 0)
+            throw kxArchive::UnknownVersion("kxPersistent", 0);
+    });
 }
 
 void kxPersistent::reInit() {}

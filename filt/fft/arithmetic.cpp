@@ -61,15 +61,19 @@ void subtractElements(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
     });
 }
 
-// The checks of the result forms of multiply and add: a data, b data, a
-// flag, b flag, size.
-void checkOperands(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* sizeMessage)
+// The operand checks in the order each form makes them: the data of two
+// buffers, the inverse flags of two (the same ones, in a given order), then
+// the size. The result forms check (a, b, a, b); the in-place add and
+// subtract (dst, src, src, dst); the in-place multiply compares sizes before
+// the flags and says so itself.
+void checkOperands(const kxFrequencyBuffer& data1, const kxFrequencyBuffer& data2, const kxFrequencyBuffer& flag1,
+                   const kxFrequencyBuffer& flag2, const char* sizeMessage)
 {
-    kf_RequireInitialized(a);
-    kf_RequireInitialized(b);
-    kf_RequireNotInverted(a);
-    kf_RequireNotInverted(b);
-    needSameSize(a, b, sizeMessage);
+    kf_RequireInitialized(data1);
+    kf_RequireInitialized(data2);
+    kf_RequireNotInverted(flag1);
+    kf_RequireNotInverted(flag2);
+    needSameSize(flag1, flag2, sizeMessage);
 }
 
 // result = a (op) b for a commutative op: when result is b, b takes a in
@@ -101,33 +105,25 @@ void kfFrequencyMultiply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 
 void kfFrequencyAdd(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    kf_RequireInitialized(dst);
-    kf_RequireInitialized(src);
-    kf_RequireNotInverted(src);
-    kf_RequireNotInverted(dst);
-    needSameSize(src, dst, kAddSize);
+    checkOperands(dst, src, src, dst, kAddSize);
     addElements(src, dst);
 }
 
 void kfFrequencySubtract(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    kf_RequireInitialized(dst);
-    kf_RequireInitialized(src);
-    kf_RequireNotInverted(src);
-    kf_RequireNotInverted(dst);
-    needSameSize(src, dst, kSubtractSize);
+    checkOperands(dst, src, src, dst, kSubtractSize);
     subtractElements(src, dst);
 }
 
 void kfFrequencyMultiply(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
 {
-    checkOperands(a, b, kMultiplySize);
+    checkOperands(a, b, a, b, kMultiplySize);
     commutativeResult(a, b, result, multiplyElements);
 }
 
 void kfFrequencyAdd(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, kxFrequencyBuffer& result)
 {
-    checkOperands(a, b, kAddSize);
+    checkOperands(a, b, a, b, kAddSize);
     commutativeResult(a, b, result, addElements);
 }
 

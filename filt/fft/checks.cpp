@@ -66,6 +66,13 @@ void kf_RequireDcSquareInside(const kxFrequencyBuffer& buffer, long radius)
         throw kxFrequencyDefs::BadCoord(kCoordinatesOutOfBounds);
 }
 
+void kf_RequireDcRadius(long radius, bool protection)
+{
+    if (radius < 0)
+        throw kxFrequencyDefs::InvalidArgument(protection ? "DC Protection Radius cannot be negative."
+                                                          : "DC Removal Radius cannot be negative.");
+}
+
 void kf_RequireBound(const kx_PelBuffer& image)
 {
     if (!image.isBound())

@@ -9,15 +9,15 @@
 namespace kxfreq_detail {
 
 // The fixed messages, for the few places that throw them outside a helper.
-extern const char* const kBufferNotInitialized;  // "FrequencyBuffer has not been initialized"
-extern const char* const kFilterNotInitialized;  // "FrequencyFilter has not been initialized"
-extern const char* const kInverseComputed;       // "Cannot access frequency data once inverse has been computed."
+extern const char* const kBufferNotInitialized;
+extern const char* const kFilterNotInitialized;
+extern const char* const kInverseComputed;
 extern const char* const kCoordinatesOutOfBounds;
-extern const char* const kSizeMismatch;          // "Size of frequency buffer does not match size of filter."
-extern const char* const kSizeNotPowerOfTwo;     // "Size must be a power of 2."
-extern const char* const kSizeTooLarge;          // "Width and Height must be no larger than 2048."
-extern const char* const kFrequencyOutOfRange;   // "Frequency must be between 0.0 and 0.5."
-extern const char* const kTableTooLarge;         // "Sigma and plateau values are too large for the filter size."
+extern const char* const kSizeMismatch;
+extern const char* const kSizeNotPowerOfTwo;
+extern const char* const kSizeTooLarge;
+extern const char* const kFrequencyOutOfRange;
+extern const char* const kTableTooLarge;
 
 // Uninitialized unless the buffer has data.
 void kf_RequireInitialized(const kxFrequencyBuffer& buffer);
@@ -26,7 +26,7 @@ void kf_RequireInitialized(const kxFrequencyBuffer& buffer);
 void kf_RequireNotInverted(const kxFrequencyBuffer& buffer);
 // Both of the above, in that order.
 void kf_RequireFrequencyData(const kxFrequencyBuffer& buffer);
-// Uninitialized ("FrequencyFilter has not been initialized") without a
+// Uninitialized, with the filter's own message, without a
 // transfer function.
 void kf_RequireTransferFunction(const void* table);
 // InvalidSize unless the buffer's padded width is size.x, then its height
@@ -39,6 +39,10 @@ void kf_RequirePowerOfTwoSize(const kxPair<long>& size);
 // frequency, made before anything is written: InvalidBuffer after an
 // in-place inverse, then BadCoord unless the square lies inside the buffer.
 void kf_RequireDcSquareInside(const kxFrequencyBuffer& buffer, long radius);
+// InvalidArgument unless the DC radius is at least 0; the message names the
+// radius as the filter does (removal for pass filters, protection for
+// reject filters).
+void kf_RequireDcRadius(long radius, bool protection);
 // UnboundWindow unless the image is bound.
 void kf_RequireBound(const kx_PelBuffer& image);
 

@@ -9,13 +9,7 @@ Defs::Errors::~Errors() = default;
 
 void Defs::Errors::dispatchSerialize(kxArchive& archive)
 {
-    const Errors* self = this;
-    if (haveVisited(archive, self, sizeof(Errors)))
-        return;
-    unsigned char version = 0;
-    archive || version;
-    serialize_(archive, version);
-    setVisited(archive, self, sizeof(Errors));
+    kfStreamVersioned(archive, this, sizeof(Errors), [&](unsigned char version) { serialize_(archive, version); });
 }
 
 void Defs::Errors::serialize_(kxArchive& archive, unsigned char version)
@@ -38,13 +32,8 @@ void Defs::Errors::serialize_(kxArchive& archive, unsigned char version)
     }                                                                                \
     void Defs::Name::dispatchSerialize(kxArchive& archive)                           \
     {                                                                                \
-        const Name* self = this;                                                     \
-        if (haveVisited(archive, self, sizeof(Name)))                                \
-            return;                                                                  \
-        unsigned char version = 0;                                                   \
-        archive || version;                                                          \
-        serialize_(archive, version);                                                \
-        setVisited(archive, self, sizeof(Name));                                     \
+        kfStreamVersioned(archive, this, sizeof(Name),                               \
+                          [&](unsigned char version) { serialize_(archive, version); }); \
     }                                                                                \
     void Defs::Name::serialize_(kxArchive& archive, unsigned char version)           \
     {                                                                                \

@@ -22,7 +22,7 @@ bool kxFrequencyFilter::isInitialized() const { return initialized_; }
 
 void kxFrequencyFilter::dispatchSerialize(kxArchive& archive)
 {
-    kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(kxFrequencyFilter), [&](unsigned char version) {
+    kfStreamVersioned(archive, this, sizeof(kxFrequencyFilter), [&](unsigned char version) {
         kxFrequencyFilter::serialize_(archive, version);
     });
 }

@@ -54,19 +54,6 @@ auto kf_CheckLoaded(Check check) -> decltype(check())
     }
 }
 
-// Streams the versioned dispatch of one filter class: the visited check,
-// the version byte, then `serialize(version)`, then the visited mark.
-template <typename Serialize>
-void kf_DispatchFilter(kxArchive& archive, const void* object, std::size_t key, Serialize serialize)
-{
-    if (kxPersistent::haveVisited(archive, object, key))
-        return;
-    unsigned char version = 0;
-    archive || version;
-    serialize(version);
-    kxPersistent::setVisited(archive, object, key);
-}
-
 // Every filter class checks its version byte the same way.
 void kf_RequireFilterVersion(unsigned char version, long line);
 
@@ -80,6 +67,25 @@ bool kf_Differs(const T& a, const T& b)
 }
 inline bool kf_Differs(double a, double b) { return a < b || a > b; }
 inline bool kf_Differs(float a, float b) { return a < b || a > b; }
+
+// A setter's step: stores `value` and tells whether it differs from the
+// value it replaces.
+template <typename T>
+bool kf_Assign(T& field, const T& value)
+{
+    const bool differs = kf_Differs(value, field);
+    field = value;
+    return differs;
+}
+
+// Gains compare like the setters' doubles: a NaN equals anything.
+inline bool kf_SameGains(const float* a, const float* b, long count)
+{
+    for (long i = 0; i < count; ++i)
+        if (kf_Differs(a[i], b[i]))
+            return false;
+    return true;
+}
 
 // What the filters do to one element (a (real, imaginary) float pair) as they
 // walk a buffer: scale it by a gain, clear it, or copy it.
@@ -129,8 +135,7 @@ inline void kf_PollEvery16(long row)
     long Class::Radius() const { return dcRadius(); }                                             \
     void Class::dispatchSerialize(kxArchive& archive)                                             \
     {                                                                                             \
-        kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(Class),                            \
-                                         [&](unsigned char version) { serialize_(archive, version); }); \
+        kfStreamVersioned(archive, this, sizeof(Class), [&](unsigned char version) { serialize_(archive, version); }); \
     }                                                                                             \
     void Class::serialize_(kxArchive& archive, unsigned char version)                             \
     {                                                                                             \

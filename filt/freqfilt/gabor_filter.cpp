@@ -25,24 +25,7 @@ namespace {
 // take over a gigabyte for a lobe far wider than any buffer.
 constexpr double kMaxTableGains = 268435456.0;
 
-struct Parameters {
-    kxPair<double> sigma;
-    kxPair<double> plateau;
-    kxRadian angle;
-    double frequency;
-    kxPair<long> size;
-    long dcRadius;
-};
-
-Parameters parametersOf(const kx_GaborState& s)
-{
-    return Parameters{s.sigma, s.plateau, s.angle, s.frequency, s.size, s.dcRadius};
-}
-
-const char* radiusMessage(bool reject)
-{
-    return reject ? "DC Protection Radius cannot be negative." : "DC Removal Radius cannot be negative.";
-}
+using Parameters = kx_GaborParameters;
 
 long makeOdd(long value) { return value % 2 == 0 ? value + 1 : value; }
 
@@ -58,8 +41,7 @@ kxPair<long> supportOf(const Parameters& p, bool reject)
         throw Arg("Sigma values must be positive.");
     if (p.plateau.x() < 0.0 || p.plateau.y() < 0.0)
         throw Arg("Plateau values cannot be negative.");
-    if (p.dcRadius < 0)
-        throw Arg(radiusMessage(reject));
+    kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
 
     // Frequencies in bins of the buffer's width (the y components too).
@@ -129,39 +111,38 @@ struct Rect {
     long left, right, top, bottom;
 };
 
-Rect rectangleOf(const kx_GaborState& state, long width, long height)
+Rect rectangleOf(const Parameters& p, const kxPair<long>& support, long width, long height)
 {
     const long hw = width >> 1, hh = height >> 1;
-    const double r = state.frequency * static_cast<double>(width);
+    const double r = p.frequency * static_cast<double>(width);
     const double aspect = static_cast<double>(height) / static_cast<double>(width);
     // The offset is truncated before the centre is added; the table was laid
     // out from the fractional part after adding it. For a negative
     // non-integer offset the two disagree by one bin: long-standing
     // behaviour, kept.
-    const long cx = static_cast<long>(std::trunc(std::cos(state.angle.toDouble()) * r)) + hw;
-    const long cy = static_cast<long>(std::trunc(std::sin(state.angle.toDouble()) * r * aspect)) + hh;
-    return Rect{cx - (state.supportWidth >> 1), cx + (state.supportWidth >> 1), cy - (state.supportHeight >> 1),
-                cy + (state.supportHeight >> 1)};
+    const long cx = static_cast<long>(std::trunc(std::cos(p.angle.toDouble()) * r)) + hw;
+    const long cy = static_cast<long>(std::trunc(std::sin(p.angle.toDouble()) * r * aspect)) + hh;
+    return Rect{cx - (support.x() >> 1), cx + (support.x() >> 1), cy - (support.y() >> 1), cy + (support.y() >> 1)};
 }
 
 // Walks the buffer in storage order. Elements in the rectangle get
 // inside(source element, destination element, gain), the others
 // outside(source element, destination element). src may be dst.
 template <typename Outside>
-void walk(const kx_GaborState& state, const Rect& rect, long width, long height, const float* src, float* dst,
-          Outside outside)
+void walkRect(const float* table, long supportWidth, const Rect& rect, long width, long height, const float* src,
+              float* dst, Outside outside)
 {
     const long hw = width >> 1, hh = height >> 1;
     for (long r = 0; r < height; ++r) {
         kf_PollEvery16(r);
         const long Y = r < hh ? r + hh : r - hh;
         const bool rowInside = rect.top <= Y && Y <= rect.bottom;
-        const long tableRow = (Y - rect.top) * state.supportWidth;
+        const long tableRow = (Y - rect.top) * supportWidth;
         for (long c = 0; c < width; ++c) {
             const long X = c < hw ? c + hw : c - hw;
             const long i = 2 * (r * width + c);
             if (rowInside && rect.left <= X && X < rect.right)
-                kf_ScaleElement(src + i, dst + i, state.table[tableRow + X - rect.left]);
+                kf_ScaleElement(src + i, dst + i, table[tableRow + X - rect.left]);
             else
                 outside(src + i, dst + i);
         }
@@ -170,10 +151,7 @@ void walk(const kx_GaborState& state, const Rect& rect, long width, long height,
 
 }  // namespace
 
-kx_GaborFilter::kx_GaborFilter(Role role) : role_(role) {}
-
-kx_GaborFilter::kx_GaborFilter(const kx_GaborFilter& other)
-    : kxPersistent(), kxRepBase(), kxFrequencyFilter(), role_(other.role_)
+kx_GaborFilter::kx_GaborFilter(const kx_GaborFilter& other) : kxPersistent(), kxRepBase(), kx_TableFilter(other)
 {
     *this = other;
 }
@@ -184,23 +162,16 @@ kx_GaborFilter& kx_GaborFilter::operator=(const kx_GaborFilter& other)
 {
     if (&other == this)
         return *this;
-    if (!other.state_.table) {
-        state_.table = nullptr;
+    if (!other.table_) {
+        table_ = nullptr;
         return *this;
     }
-    kxFrequencyFilter::operator=(other);
-    const kx_GaborState& from = other.state_;
-    state_.supportWidth = from.supportWidth;
-    state_.supportHeight = from.supportHeight;
-    state_.angle = from.angle;
-    state_.frequency = from.frequency;
-    state_.sigma = from.sigma;
-    state_.plateau = from.plateau;
-    state_.size = from.size;
-    state_.dcRadius = from.dcRadius;
-    const std::size_t count = static_cast<std::size_t>(from.supportWidth * from.supportHeight);
-    state_.table = kf_AlignedTable(state_.store, count);
-    std::memcpy(state_.table, from.table, count * sizeof(float));
+    kx_TableFilter::operator=(other);
+    parameters_ = other.parameters_;
+    support_ = other.support_;
+    const std::size_t count = static_cast<std::size_t>(support_.x() * support_.y());
+    table_ = kf_AlignedTable(store_, count);
+    std::memcpy(table_, other.table_, count * sizeof(float));
     return *this;
 }
 
@@ -208,30 +179,23 @@ kx_GaborFilter::~kx_GaborFilter() = default;
 
 bool kx_GaborFilter::equals(const kx_GaborFilter& other) const
 {
-    const kx_GaborState& a = state_;
-    const kx_GaborState& b = other.state_;
     if (isInitialized() != other.isInitialized())
         return false;
-    if (!a.table || !b.table)
-        return !a.table && !b.table;
-    if (a.supportWidth != b.supportWidth || a.supportHeight != b.supportHeight || a.angle != b.angle ||
-        kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma || a.plateau != b.plateau || a.size != b.size ||
-        a.dcRadius != b.dcRadius)
+    if (!table_ || !other.table_)
+        return !table_ && !other.table_;
+    const Parameters& a = parameters_;
+    const Parameters& b = other.parameters_;
+    if (support_ != other.support_ || a.angle != b.angle || kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma ||
+        a.plateau != b.plateau || a.size != b.size || a.dcRadius != b.dcRadius)
         return false;
-    const long count = a.supportWidth * a.supportHeight;
-    for (long i = 0; i < count; ++i)
-        if (kf_Differs(a.table[i], b.table[i]))
-            return false;
-    return true;
+    return kf_SameGains(table_, other.table_, support_.x() * support_.y());
 }
 
 // The new table is built aside and only then committed, so a failed or
 // cancelled call leaves the filter as it was.
-void kx_GaborFilter::create(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
-                            double frequency, const kxPair<long>& size, long dcRadius)
+void kx_GaborFilter::create(const Parameters& p)
 {
-    const Parameters p{sigma, plateau, angle, frequency, size, dcRadius};
-    const bool reject = role_ == eReject;
+    const bool reject = role() == eReject;
     const kxPair<long> support = supportOf(p, reject);
     const std::size_t count = static_cast<std::size_t>(support.x() * support.y());
     std::vector<float> built;
@@ -239,159 +203,104 @@ void kx_GaborFilter::create(const kxPair<double>& sigma, const kxPair<double>& p
     fillTable(builtTable, p, support, reject);
 
     mutating();
-    const std::size_t oldCount = static_cast<std::size_t>(state_.supportWidth * state_.supportHeight);
-    state_.table = kf_CommitTable(state_.store, state_.table, oldCount, built, builtTable, count);
-    state_.supportWidth = support.x();
-    state_.supportHeight = support.y();
-    state_.sigma = sigma;
-    state_.plateau = plateau;
-    state_.angle = angle;
-    state_.frequency = frequency;
-    state_.size = size;
-    state_.dcRadius = dcRadius;
+    const std::size_t oldCount = static_cast<std::size_t>(support_.x() * support_.y());
+    table_ = kf_CommitTable(store_, table_, oldCount, built, builtTable, count);
+    support_ = support;
+    parameters_ = p;
     setInitialized(true);
 }
 
 void kx_GaborFilter::set(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                          double frequency, const kxPair<long>& size, long dcRadius)
 {
-    create(sigma, plateau, angle, frequency, size, dcRadius);
+    create(Parameters{sigma, plateau, angle, frequency, size, dcRadius});
 }
 
 // A setter throws without a table, and rebuilds it with the stored values of
 // the other parameters only when its own value changes.
-template <typename Setter>
-void kx_GaborFilter::change(Setter setter)
+template <typename Change>
+void kx_GaborFilter::change(Change change)
 {
-    kf_RequireTransferFunction(state_.table);
-    Parameters p = parametersOf(state_);
-    if (setter(p))
-        create(p.sigma, p.plateau, p.angle, p.frequency, p.size, p.dcRadius);
+    Parameters p = parameters();
+    if (change(p))
+        create(p);
 }
 
-#define KX_GABOR_PARAMETER(Name, Type, Field)                                          \
-    void kx_GaborFilter::Name(Type value)                                              \
-    {                                                                                  \
-        change([&](Parameters& p) {                                                    \
-            const bool differs = kf_Differs(value, p.Field);                           \
-            p.Field = value;                                                           \
-            return differs;                                                            \
-        });                                                                            \
-    }
-KX_GABOR_PARAMETER(sigma, const kxPair<double>&, sigma)
-KX_GABOR_PARAMETER(plateau, const kxPair<double>&, plateau)
-KX_GABOR_PARAMETER(angle, kxRadian, angle)
-KX_GABOR_PARAMETER(frequency, double, frequency)
-KX_GABOR_PARAMETER(size, const kxPair<long>&, size)
-KX_GABOR_PARAMETER(dcRadius, long, dcRadius)
-#undef KX_GABOR_PARAMETER
+const kx_GaborParameters& kx_GaborFilter::parameters() const
+{
+    kf_RequireTransferFunction(table_);
+    return parameters_;
+}
 
-#define KX_GABOR_GETTER(Name, Type, Field)         \
-    Type kx_GaborFilter::Name() const              \
-    {                                              \
-        kf_RequireTransferFunction(state_.table);  \
-        return state_.Field;                       \
-    }
-KX_GABOR_GETTER(sigma, kxPair<double>, sigma)
-KX_GABOR_GETTER(plateau, kxPair<double>, plateau)
-KX_GABOR_GETTER(angle, kxRadian, angle)
-KX_GABOR_GETTER(frequency, double, frequency)
-KX_GABOR_GETTER(size, kxPair<long>, size)
-KX_GABOR_GETTER(dcRadius, long, dcRadius)
-KX_GABOR_GETTER(supportWidth, long, supportWidth)
-KX_GABOR_GETTER(supportHeight, long, supportHeight)
-#undef KX_GABOR_GETTER
+void kx_GaborFilter::sigma(const kxPair<double>& v) { change([&](Parameters& p) { return kf_Assign(p.sigma, v); }); }
+void kx_GaborFilter::plateau(const kxPair<double>& v) { change([&](Parameters& p) { return kf_Assign(p.plateau, v); }); }
+void kx_GaborFilter::angle(kxRadian v) { change([&](Parameters& p) { return kf_Assign(p.angle, v); }); }
+void kx_GaborFilter::frequency(double v) { change([&](Parameters& p) { return kf_Assign(p.frequency, v); }); }
+void kx_GaborFilter::size(const kxPair<long>& v) { change([&](Parameters& p) { return kf_Assign(p.size, v); }); }
+void kx_GaborFilter::dcRadius(long v) { change([&](Parameters& p) { return kf_Assign(p.dcRadius, v); }); }
 
-// Pass: out = in x gain inside the support and 0 elsewhere, the band of rows
-// recorded so that the inverse can skip the rest, then the DC square
-// cleared. Reject: out = in x (1 - gain) inside, in elsewhere, no band, and
-// the DC square put back as it was before the call.
-void kx_GaborFilter::filter(const float* in, kxFrequencyBuffer& out) const
+kxPair<double> kx_GaborFilter::sigma() const { return parameters().sigma; }
+kxPair<double> kx_GaborFilter::plateau() const { return parameters().plateau; }
+kxRadian kx_GaborFilter::angle() const { return parameters().angle; }
+double kx_GaborFilter::frequency() const { return parameters().frequency; }
+kxPair<long> kx_GaborFilter::size() const { return parameters().size; }
+long kx_GaborFilter::dcRadius() const { return parameters().dcRadius; }
+long kx_GaborFilter::supportWidth() const
+{
+    kf_RequireTransferFunction(table_);
+    return support_.x();
+}
+
+long kx_GaborFilter::supportHeight() const
+{
+    kf_RequireTransferFunction(table_);
+    return support_.y();
+}
+
+// Pass: out = in x gain inside the support and 0 elsewhere, with the band of
+// rows recorded so that the inverse can skip the rest. Reject: out = in x
+// (1 - gain) inside, in elsewhere, no band.
+void kx_GaborFilter::walk(const float* in, kxFrequencyBuffer& out) const
 {
     const long W = out.width(), H = out.height();
-    const Rect rect = rectangleOf(state_, W, H);
+    const Rect rect = rectangleOf(parameters_, support_, W, H);
     float* outData = getFrequencyBufferData(out);
-    if (role_ == ePass) {
+    if (role() == ePass) {
         maskFrequencyBuffer(out, true, rect.top, rect.bottom);
-        walk(state_, rect, W, H, in, outData, kf_ClearElement);
-        kf_ClearDcSquare(out, state_.dcRadius);
-        return;
+        walkRect(table_, support_.x(), rect, W, H, in, outData, kf_ClearElement);
+    } else {
+        maskFrequencyBuffer(out, false, 0, 0);
+        walkRect(table_, support_.x(), rect, W, H, in, outData, kf_CopyElement);
     }
-    maskFrequencyBuffer(out, false, 0, 0);
-    walk(state_, rect, W, H, in, outData, kf_CopyElement);
-}
-
-void kx_GaborFilter::apply(kxFrequencyBuffer& buffer) const
-{
-    kf_RequireInitialized(buffer);
-    kf_RequireTransferFunction(state_.table);
-    kf_RequireFilterSize(buffer, state_.size);
-    kf_RequireDcSquareInside(buffer, state_.dcRadius);
-    const std::vector<kxPair<double>> saved =
-        role_ == eReject ? kf_SaveDcSquare(buffer, state_.dcRadius) : std::vector<kxPair<double>>();
-    writeOrInvalidate(buffer, [&] {
-        filter(getFrequencyBufferData(buffer), buffer);
-        if (role_ == eReject)
-            kf_RestoreDcSquare(buffer, state_.dcRadius, saved);
-    });
-}
-
-void kx_GaborFilter::apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const
-{
-    kf_RequireInitialized(src);
-    kf_RequireTransferFunction(state_.table);
-    kf_RequireFilterSize(src, state_.size);
-    kf_RequireDcSquareInside(src, state_.dcRadius);
-    const std::vector<kxPair<double>> saved =
-        role_ == eReject ? kf_SaveDcSquare(src, state_.dcRadius) : std::vector<kxPair<double>>();
-    writeOrInvalidate(dst, [&] {
-        setAndAllocateFrequencyBuffer(dst, src.width(), src.height());
-        filter(getFrequencyBufferData(src), dst);
-        if (role_ == eReject)
-            kf_RestoreDcSquare(dst, state_.dcRadius, saved);
-    });
 }
 
 void kx_GaborFilter::streamFields(kxArchive& archive)
 {
     // Streamed through locals: a load that fails leaves the filter as it was.
-    long supportWidth = state_.supportWidth, supportHeight = state_.supportHeight;
-    double angle = state_.angle.toDouble(), frequency = state_.frequency;
-    kxPair<double> sigma = state_.sigma, plateau = state_.plateau;
-    kxPair<long> size = state_.size;
-    long dcRadius = state_.dcRadius;
-    bool hasTable = state_.table != nullptr;
+    long supportWidth = support_.x(), supportHeight = support_.y();
+    Parameters p = parameters_;
+    double angle = p.angle.toDouble();
+    bool hasTable = table_ != nullptr;
     std::vector<float> gains;
     if (archive.isStoring() && hasTable)
-        gains.assign(state_.table, state_.table + supportWidth * supportHeight);
-    archive || supportWidth || supportHeight || angle || frequency;
-    archive || sigma || plateau || size;
-    archive || dcRadius || hasTable;
+        gains.assign(table_, table_ + supportWidth * supportHeight);
+    archive || supportWidth || supportHeight || angle || p.frequency;
+    archive || p.sigma || p.plateau || p.size;
+    archive || p.dcRadius || hasTable;
     kf_StreamFloats(archive, gains);
     if (archive.isStoring())
         return;
+    p.angle = kxRadian(angle);
 
     // A table must be the one its parameters give: the checks and the
     // support of a constructed filter. The gains themselves are kept as
     // stored.
-    if (hasTable) {
-        const Parameters p{sigma, plateau, kxRadian(angle), frequency, size, dcRadius};
-        const kxPair<long> support = kf_CheckLoaded([&] { return supportOf(p, role_ == eReject); });
-        if (support != kxPair<long>(supportWidth, supportHeight))
-            kf_RefuseLoad("stored support size does not match the stored parameters");
-    }
+    const kxPair<long> support(supportWidth, supportHeight);
+    if (hasTable && kf_CheckLoaded([&] { return supportOf(p, role() == eReject); }) != support)
+        kf_RefuseLoad("stored support size does not match the stored parameters");
     const unsigned long expected =
         hasTable ? static_cast<unsigned long>(supportWidth) * static_cast<unsigned long>(supportHeight) : 0;
-    std::vector<float> store;
-    float* table = kf_LoadTable(store, hasTable, expected, gains);
-    state_.supportWidth = supportWidth;
-    state_.supportHeight = supportHeight;
-    state_.angle = kxRadian(angle);
-    state_.frequency = frequency;
-    state_.sigma = sigma;
-    state_.plateau = plateau;
-    state_.size = size;
-    state_.dcRadius = dcRadius;
-    state_.store.swap(store);
-    state_.table = table;
+    table_ = kf_LoadTable(store_, hasTable, expected, gains);
+    support_ = support;
+    parameters_ = p;
 }

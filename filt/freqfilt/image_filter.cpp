@@ -74,7 +74,7 @@ void ImageFilter::apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) co
 
 void ImageFilter::dispatchSerialize(kxArchive& archive)
 {
-    kxfreq_detail::kf_DispatchFilter(archive, this, sizeof(ImageFilter),
+    kfStreamVersioned(archive, this, sizeof(ImageFilter),
                       [&](unsigned char version) { ImageFilter::serialize_(archive, version); });
 }
 

@@ -6,8 +6,6 @@
 //   off the ring      cleared                    copied
 //   DC square         cleared after the walk     saved before, put back after
 //
-// Neither records a band of rows: the ring reaches the top and the bottom
-// rows of the centred spectrum whenever it reaches the side columns.
 #include "freqfilt/filter_support.h"
 
 #include "fft/archive_arrays.h"
@@ -27,18 +25,7 @@ constexpr long kOversampling = 32;
 // A profile beyond this many gains is refused rather than allocated.
 constexpr double kMaxProfileGains = 268435456.0;
 
-struct Parameters {
-    double sigma;
-    double plateau;
-    double frequency;
-    kxPair<long> size;
-    long dcRadius;
-};
-
-Parameters parametersOf(const kx_RadialState& s)
-{
-    return Parameters{s.sigma, s.plateau, s.frequency, s.size, s.dcRadius};
-}
+using Parameters = kx_RadialParameters;
 
 // The support width (in bins) a profile for these parameters has, after the
 // checks in their order (frequency, sigma, plateau, radius, size x, size y,
@@ -52,8 +39,7 @@ long supportOf(const Parameters& p, bool reject)
         throw Arg("Sigma must be positive.");
     if (!(p.plateau >= 0.0))
         throw Arg("Plateau cannot be negative.");
-    if (p.dcRadius < 0)
-        throw Arg(reject ? "DC Protection Radius cannot be negative." : "DC Removal Radius cannot be negative.");
+    kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
     // In bins of the horizontal axis.
     const double W = static_cast<double>(p.size.x());
@@ -92,14 +78,15 @@ void fillProfile(float* profile, const Parameters& p, long count, bool reject)
 // v x width / height, so the ring is an ellipse in bins and a circle in
 // cycles per pixel. The squared-radius bounds are tested in integers.
 template <typename Outside>
-void walk(const kx_RadialState& state, long width, long height, const float* src, float* dst, Outside outside)
+void walkRing(const float* profile, double frequency, long supportWidth, long width, long height, const float* src,
+              float* dst, Outside outside)
 {
     const long hw = width >> 1, hh = height >> 1;
-    const float f0 = static_cast<float>(state.frequency * static_cast<double>(width));
+    const float f0 = static_cast<float>(frequency * static_cast<double>(width));
     const double a = static_cast<double>(height) / static_cast<double>(width);
     const double k = 1.0 / (a * a);
-    const float sw = static_cast<float>(state.supportWidth);
-    const long rowLimit = static_cast<long>(f0 * a + static_cast<double>(state.supportWidth));
+    const float sw = static_cast<float>(supportWidth);
+    const long rowLimit = static_cast<long>(f0 * a + static_cast<double>(supportWidth));
     const long outer = static_cast<long>((f0 + sw) * (f0 + sw));
     const long inner = f0 - sw >= 0 ? static_cast<long>((f0 - sw) * (f0 - sw)) : -1;
 
@@ -125,17 +112,14 @@ void walk(const kx_RadialState& state, long width, long height, const float* src
             long index = static_cast<long>((std::sqrt(static_cast<double>(r2)) - f0) * 32);
             if (index < 0)
                 index = -index;
-            kf_ScaleElement(s + 2 * x, d + 2 * x, state.profile[index]);
+            kf_ScaleElement(s + 2 * x, d + 2 * x, profile[index]);
         }
     }
 }
 
 }  // namespace
 
-kx_RadialFilter::kx_RadialFilter(Role role) : role_(role) {}
-
-kx_RadialFilter::kx_RadialFilter(const kx_RadialFilter& other)
-    : kxPersistent(), kxRepBase(), kxFrequencyFilter(), role_(other.role_)
+kx_RadialFilter::kx_RadialFilter(const kx_RadialFilter& other) : kxPersistent(), kxRepBase(), kx_TableFilter(other)
 {
     *this = other;
 }
@@ -146,22 +130,17 @@ kx_RadialFilter& kx_RadialFilter::operator=(const kx_RadialFilter& other)
 {
     if (&other == this)
         return *this;
-    if (!other.state_.profile) {
-        state_.profile = nullptr;
+    if (!other.profile_) {
+        profile_ = nullptr;
         return *this;
     }
-    kxFrequencyFilter::operator=(other);
-    const kx_RadialState& from = other.state_;
-    state_.supportWidth = from.supportWidth;
-    state_.oversampling = from.oversampling;
-    state_.frequency = from.frequency;
-    state_.sigma = from.sigma;
-    state_.plateau = from.plateau;
-    state_.size = from.size;
-    state_.dcRadius = from.dcRadius;
-    const std::size_t count = static_cast<std::size_t>(from.supportWidth * from.oversampling);
-    state_.profile = kf_AlignedTable(state_.store, count);
-    std::memcpy(state_.profile, from.profile, count * sizeof(float));
+    kx_TableFilter::operator=(other);
+    parameters_ = other.parameters_;
+    supportWidth_ = other.supportWidth_;
+    oversampling_ = other.oversampling_;
+    const std::size_t count = static_cast<std::size_t>(supportWidth_ * oversampling_);
+    profile_ = kf_AlignedTable(store_, count);
+    std::memcpy(profile_, other.profile_, count * sizeof(float));
     return *this;
 }
 
@@ -169,29 +148,24 @@ kx_RadialFilter::~kx_RadialFilter() = default;
 
 bool kx_RadialFilter::equals(const kx_RadialFilter& other) const
 {
-    const kx_RadialState& a = state_;
-    const kx_RadialState& b = other.state_;
     if (isInitialized() != other.isInitialized())
         return false;
-    if (!a.profile || !b.profile)
-        return !a.profile && !b.profile;
-    if (a.supportWidth != b.supportWidth || a.oversampling != b.oversampling || kf_Differs(a.frequency, b.frequency) ||
-        kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) || a.size != b.size ||
-        a.dcRadius != b.dcRadius)
+    if (!profile_ || !other.profile_)
+        return !profile_ && !other.profile_;
+    const Parameters& a = parameters_;
+    const Parameters& b = other.parameters_;
+    if (supportWidth_ != other.supportWidth_ || oversampling_ != other.oversampling_ ||
+        kf_Differs(a.frequency, b.frequency) || kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) ||
+        a.size != b.size || a.dcRadius != b.dcRadius)
         return false;
-    const long count = a.supportWidth * a.oversampling;
-    for (long i = 0; i < count; ++i)
-        if (kf_Differs(a.profile[i], b.profile[i]))
-            return false;
-    return true;
+    return kf_SameGains(profile_, other.profile_, supportWidth_ * oversampling_);
 }
 
 // Built aside and only then committed: a failed or cancelled call changes
 // nothing.
-void kx_RadialFilter::create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius)
+void kx_RadialFilter::create(const Parameters& p)
 {
-    const Parameters p{sigma, plateau, frequency, size, dcRadius};
-    const bool reject = role_ == eReject;
+    const bool reject = role() == eReject;
     const long supportWidth = supportOf(p, reject);
     const long count = supportWidth * kOversampling;
     std::vector<float> built;
@@ -199,122 +173,76 @@ void kx_RadialFilter::create(double sigma, double plateau, double frequency, con
     fillProfile(builtProfile, p, count, reject);
 
     mutating();
-    const std::size_t oldCount = static_cast<std::size_t>(state_.supportWidth * state_.oversampling);
-    state_.profile = kf_CommitTable(state_.store, state_.profile, oldCount, built, builtProfile,
-                                    static_cast<std::size_t>(count));
-    state_.supportWidth = supportWidth;
-    state_.oversampling = kOversampling;
-    state_.frequency = frequency;
-    state_.sigma = sigma;
-    state_.plateau = plateau;
-    state_.size = size;
-    state_.dcRadius = dcRadius;
+    const std::size_t oldCount = static_cast<std::size_t>(supportWidth_ * oversampling_);
+    profile_ = kf_CommitTable(store_, profile_, oldCount, built, builtProfile, static_cast<std::size_t>(count));
+    supportWidth_ = supportWidth;
+    oversampling_ = kOversampling;
+    parameters_ = p;
     setInitialized(true);
 }
 
 void kx_RadialFilter::set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius)
 {
-    create(sigma, plateau, frequency, size, dcRadius);
+    create(Parameters{sigma, plateau, frequency, size, dcRadius});
 }
 
-template <typename Setter>
-void kx_RadialFilter::change(Setter setter)
+template <typename Change>
+void kx_RadialFilter::change(Change change)
 {
-    kf_RequireTransferFunction(state_.profile);
-    Parameters p = parametersOf(state_);
-    if (setter(p))
-        create(p.sigma, p.plateau, p.frequency, p.size, p.dcRadius);
+    Parameters p = parameters();
+    if (change(p))
+        create(p);
 }
 
-#define KX_RADIAL_PARAMETER(Name, Type, Field)                                         \
-    void kx_RadialFilter::Name(Type value)                                             \
-    {                                                                                  \
-        change([&](Parameters& p) {                                                    \
-            const bool differs = kf_Differs(value, p.Field);                           \
-            p.Field = value;                                                           \
-            return differs;                                                            \
-        });                                                                            \
-    }
-KX_RADIAL_PARAMETER(sigma, double, sigma)
-KX_RADIAL_PARAMETER(plateau, double, plateau)
-KX_RADIAL_PARAMETER(frequency, double, frequency)
-KX_RADIAL_PARAMETER(size, const kxPair<long>&, size)
-KX_RADIAL_PARAMETER(dcRadius, long, dcRadius)
-#undef KX_RADIAL_PARAMETER
+const kx_RadialParameters& kx_RadialFilter::parameters() const
+{
+    kf_RequireTransferFunction(profile_);
+    return parameters_;
+}
 
-#define KX_RADIAL_GETTER(Name, Type, Field)          \
-    Type kx_RadialFilter::Name() const               \
-    {                                                \
-        kf_RequireTransferFunction(state_.profile);  \
-        return state_.Field;                         \
-    }
-KX_RADIAL_GETTER(sigma, double, sigma)
-KX_RADIAL_GETTER(plateau, double, plateau)
-KX_RADIAL_GETTER(frequency, double, frequency)
-KX_RADIAL_GETTER(size, kxPair<long>, size)
-KX_RADIAL_GETTER(dcRadius, long, dcRadius)
-KX_RADIAL_GETTER(supportWidth, long, supportWidth)
-#undef KX_RADIAL_GETTER
+void kx_RadialFilter::sigma(double v) { change([&](Parameters& p) { return kf_Assign(p.sigma, v); }); }
+void kx_RadialFilter::plateau(double v) { change([&](Parameters& p) { return kf_Assign(p.plateau, v); }); }
+void kx_RadialFilter::frequency(double v) { change([&](Parameters& p) { return kf_Assign(p.frequency, v); }); }
+void kx_RadialFilter::size(const kxPair<long>& v) { change([&](Parameters& p) { return kf_Assign(p.size, v); }); }
+void kx_RadialFilter::dcRadius(long v) { change([&](Parameters& p) { return kf_Assign(p.dcRadius, v); }); }
 
-void kx_RadialFilter::filter(const float* in, kxFrequencyBuffer& out) const
+double kx_RadialFilter::sigma() const { return parameters().sigma; }
+double kx_RadialFilter::plateau() const { return parameters().plateau; }
+double kx_RadialFilter::frequency() const { return parameters().frequency; }
+kxPair<long> kx_RadialFilter::size() const { return parameters().size; }
+long kx_RadialFilter::dcRadius() const { return parameters().dcRadius; }
+
+long kx_RadialFilter::supportWidth() const
+{
+    kf_RequireTransferFunction(profile_);
+    return supportWidth_;
+}
+
+// Neither role records a band of rows: the ring reaches the top and bottom
+// rows of the centred spectrum whenever it reaches the side columns.
+void kx_RadialFilter::walk(const float* in, kxFrequencyBuffer& out) const
 {
     maskFrequencyBuffer(out, false, 0, 0);
     float* outData = getFrequencyBufferData(out);
-    if (role_ == ePass) {
-        walk(state_, out.width(), out.height(), in, outData, kf_ClearElement);
-        kf_ClearDcSquare(out, state_.dcRadius);
-        return;
-    }
-    walk(state_, out.width(), out.height(), in, outData, kf_CopyElement);
-}
-
-void kx_RadialFilter::apply(kxFrequencyBuffer& buffer) const
-{
-    kf_RequireInitialized(buffer);
-    kf_RequireTransferFunction(state_.profile);
-    kf_RequireFilterSize(buffer, state_.size);
-    kf_RequireDcSquareInside(buffer, state_.dcRadius);
-    const std::vector<kxPair<double>> saved =
-        role_ == eReject ? kf_SaveDcSquare(buffer, state_.dcRadius) : std::vector<kxPair<double>>();
-    writeOrInvalidate(buffer, [&] {
-        filter(getFrequencyBufferData(buffer), buffer);
-        if (role_ == eReject)
-            kf_RestoreDcSquare(buffer, state_.dcRadius, saved);
-    });
-}
-
-// dst takes the padded size as its requested size; src's offset and
-// transform are not carried over.
-void kx_RadialFilter::apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const
-{
-    kf_RequireInitialized(src);
-    kf_RequireTransferFunction(state_.profile);
-    kf_RequireFilterSize(src, state_.size);
-    kf_RequireDcSquareInside(src, state_.dcRadius);
-    const std::vector<kxPair<double>> saved =
-        role_ == eReject ? kf_SaveDcSquare(src, state_.dcRadius) : std::vector<kxPair<double>>();
-    writeOrInvalidate(dst, [&] {
-        setAndAllocateFrequencyBuffer(dst, src.width(), src.height());
-        filter(getFrequencyBufferData(src), dst);
-        if (role_ == eReject)
-            kf_RestoreDcSquare(dst, state_.dcRadius, saved);
-    });
+    const double f = parameters_.frequency;
+    if (role() == ePass)
+        walkRing(profile_, f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
+    else
+        walkRing(profile_, f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
 }
 
 void kx_RadialFilter::streamFields(kxArchive& archive)
 {
     // Streamed through locals: a load that fails leaves the filter as it was.
-    long supportWidth = state_.supportWidth, oversampling = state_.oversampling;
-    double frequency = state_.frequency, sigma = state_.sigma, plateau = state_.plateau;
-    kxPair<long> size = state_.size;
-    long dcRadius = state_.dcRadius;
-    bool hasTable = state_.profile != nullptr;
+    long supportWidth = supportWidth_, oversampling = oversampling_;
+    Parameters p = parameters_;
+    bool hasTable = profile_ != nullptr;
     std::vector<float> gains;
     if (archive.isStoring() && hasTable)
-        gains.assign(state_.profile, state_.profile + supportWidth * oversampling);
-    archive || supportWidth || oversampling || frequency || sigma || plateau;
-    archive || size;
-    archive || dcRadius || hasTable;
+        gains.assign(profile_, profile_ + supportWidth * oversampling);
+    archive || supportWidth || oversampling || p.frequency || p.sigma || p.plateau;
+    archive || p.size;
+    archive || p.dcRadius || hasTable;
     kf_StreamFloats(archive, gains);
     if (archive.isStoring())
         return;
@@ -322,22 +250,12 @@ void kx_RadialFilter::streamFields(kxArchive& archive)
     // The walk reads profile[(distance in bins) x 32] for distances below the
     // support width from a ring at frequency x width: a stored profile must
     // be the one its parameters give, as for a constructed filter.
-    if (hasTable) {
-        const Parameters p{sigma, plateau, frequency, size, dcRadius};
-        const long expectedWidth = kf_CheckLoaded([&] { return supportOf(p, role_ == eReject); });
-        if (supportWidth != expectedWidth || oversampling != kOversampling)
-            kf_RefuseLoad("stored profile size does not match the stored parameters");
-    }
+    if (hasTable && (kf_CheckLoaded([&] { return supportOf(p, role() == eReject); }) != supportWidth ||
+                     oversampling != kOversampling))
+        kf_RefuseLoad("stored profile size does not match the stored parameters");
     const unsigned long expected = hasTable ? static_cast<unsigned long>(supportWidth) * kOversampling : 0;
-    std::vector<float> store;
-    float* profile = kf_LoadTable(store, hasTable, expected, gains);
-    state_.supportWidth = supportWidth;
-    state_.oversampling = oversampling;
-    state_.frequency = frequency;
-    state_.sigma = sigma;
-    state_.plateau = plateau;
-    state_.size = size;
-    state_.dcRadius = dcRadius;
-    state_.store.swap(store);
-    state_.profile = profile;
+    profile_ = kf_LoadTable(store_, hasTable, expected, gains);
+    supportWidth_ = supportWidth;
+    oversampling_ = oversampling;
+    parameters_ = p;
 }

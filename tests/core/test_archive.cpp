@@ -23,19 +23,16 @@ public:
 
     void dispatchSerialize(kxArchive& archive) override
     {
-        if (haveVisited(archive, this, sizeof(Point)))
-            return;
-        unsigned char version = 0;
-        archive || version;
-        if (version != 0)
-            throw kxArchive::UnknownVersion("Point", 1);
-        kxPersistent::dispatchSerialize(archive);
-        archive || x || weight;
-        if (archive.isStoring())
-            archive.storeObject(next.get());
-        else
-            next = archive.loadObject();
-        setVisited(archive, this, sizeof(Point));
+        kfStreamVersioned(archive, this, sizeof(Point), [&](unsigned char version) {
+            if (version != 0)
+                throw kxArchive::UnknownVersion("Point", 1);
+            kxPersistent::dispatchSerialize(archive);
+            archive || x || weight;
+            if (archive.isStoring())
+                archive.storeObject(next.get());
+            else
+                next = archive.loadObject();
+        });
     }
 
     static kxPersistent* make() { return new (std::nothrow) Point(); }

@@ -19,7 +19,7 @@ using BandReject = kxFrequencyFilterBandReject;
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using kxtest::kPi;
 
 // The profile through its effect on a buffer of ones.
 std::vector<double> gainsOnRow0(const kxFrequencyFilter& f, long w, long h)

@@ -17,7 +17,7 @@ using Gabor = kxFrequencyFilterGabor;
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using kxtest::kPi;
 
 // The reject filter's table through the one thing it shows: filtering a
 // buffer of ones around its centre.

@@ -9,7 +9,7 @@ endif()
 # What may be exported, matched against each demangled name once the
 # run-time type prefixes ("typeinfo for ", "vtable for ", thunks) and a
 # template function's return type are taken off:
-#   the public classes (kx followed by a capital) and the two filter bodies,
+#   the public classes (kx followed by a capital) and the filter bodies,
 #   the public free functions (kf followed by a capital),
 #   the four exported workers, the buffer's archive operator,
 #   the core's public nested classes whose type information the library emits,
@@ -17,7 +17,7 @@ endif()
 #   visibility.
 set(allowed
   "^kx[A-Z][A-Za-z0-9]*(::|$|<)"
-  "^kx_(GaborFilter|RadialFilter|PelBuffer::Error)(::|$)"
+  "^kx_(TableFilter|GaborFilter|RadialFilter|PelBuffer::Error)(::|$)"
   "^kf[A-Z][A-Za-z0-9]*(<|$)"
   "^kf_(ForwardFFT|InverseFFT|ComputeAngleImage|ComputeQuadrantImage)$"
   "^operator\\|\\|$"
@@ -46,8 +46,8 @@ foreach(line IN LISTS lines)
 endforeach()
 
 foreach(public "kxFrequencyBuffer::kxFrequencyBuffer" "kxFrequencyDefs::BadCoord::errorNumber" "kf_ForwardFFT" "kf_InverseFFT"
-               "kf_ComputeQuadrantImage" "kfFrequencyMapImage" "kx_GaborFilter::apply" "kxFrequencyFilterImage::setImage"
-               "kx_RadialFilter::apply" "kxFrequencyFilterBandReject::dcProtectionRadius"
+               "kf_ComputeQuadrantImage" "kfFrequencyMapImage" "kx_TableFilter::apply" "kxFrequencyFilterImage::setImage"
+               "kx_RadialFilter::frequency" "kxFrequencyFilterBandReject::dcProtectionRadius"
                "operator\\|\\|\\(kxArchive&, kxFrequencyBuffer&\\)")
   if(NOT listing MATCHES "${public}")
     message(FATAL_ERROR "public symbol ${public} is not exported")

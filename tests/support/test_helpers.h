@@ -10,6 +10,8 @@
 
 namespace kxtest {
 
+constexpr double kPi = 3.141592653589793;
+
 // Expects `call` to throw exactly E (not a class derived from it) with
 // `message` (null message: "").
 template <typename E>

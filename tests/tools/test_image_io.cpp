@@ -59,10 +59,10 @@ void expectSame(const GreyImage& a, const GreyImage& b)
 TEST(ImageIO, RoundTripsEveryFormatAndDepth)
 {
     for (const GreyImage& image : {sample8(), sample16()}) {
-        for (Format format : {Format::Pgm, Format::PgmAscii, Format::Png}) {
-            if (format == Format::Png && !pngSupported())
+        for (Format format : {Format::Pgm, Format::PgmAscii, Format::Png, Format::Tiff}) {
+            if ((format == Format::Png && !pngSupported()) || (format == Format::Tiff && !tiffSupported()))
                 continue;
-            const std::string path = temp(format == Format::Png ? "rt.png" : "rt.pgm");
+            const std::string path = temp(std::string("rt") + extensionOf(format));
             writeImage(path, image, format);
             expectSame(readImage(path), image);
             std::remove(path.c_str());
@@ -89,9 +89,11 @@ TEST(ImageIO, TruncatedAndCorruptFilesAreRefusedCleanly)
     std::vector<std::string> formats{"pgm"};
     if (pngSupported())
         formats.push_back("png");
+    if (tiffSupported())
+        formats.push_back("tif");
     for (const std::string& ext : formats) {
         const std::string path = temp("full." + ext);
-        writeImage(path, sample16(), ext == "png" ? Format::Png : Format::Pgm);
+        writeImage(path, sample16(), formatFor(path));
         const std::vector<char> full = bytesOf(path);
         const std::string cutPath = temp("cut." + ext);
         for (std::size_t cut = 0; cut < full.size(); cut += std::max<std::size_t>(1, full.size() / 23)) {
@@ -127,6 +129,64 @@ TEST(ImageIO, HugeAnnouncedSizesAreRefusedBeforeAllocating)
     std::remove(path.c_str());
 }
 
+// The same bytes read from memory give the same image; a region is the same
+// pixels as the whole image's.
+TEST(ImageIO, ReadsFromMemoryAndRegions)
+{
+    std::vector<Format> formats{Format::Pgm, Format::PgmAscii};
+    if (pngSupported())
+        formats.push_back(Format::Png);
+    if (tiffSupported())
+        formats.push_back(Format::Tiff);
+    for (const GreyImage& image : {sample8(), sample16()})
+        for (Format format : formats) {
+            const std::vector<unsigned char> bytes = encodeImage("memory", image, format);
+            expectSame(readImageFromMemory(bytes.data(), bytes.size()), image);
+            Region region;
+            region.x = 2, region.y = 1, region.width = 3, region.height = 2;
+            const GreyImage part = readImageFromMemory(bytes.data(), bytes.size(), "memory", region);
+            ASSERT_EQ(part.width(), 3);
+            ASSERT_EQ(part.height(), 2);
+            for (long y = 0; y < 2; ++y)
+                for (long x = 0; x < 3; ++x)
+                    EXPECT_EQ(image.bits == 8 ? part.pixels8(x, y) : part.pixels16(x, y),
+                              image.bits == 8 ? image.pixels8(x + 2, y + 1) : image.pixels16(x + 2, y + 1));
+            region.x = 5;   // 5 + 3 > the width
+            EXPECT_THROW(readImageFromMemory(bytes.data(), bytes.size(), "memory", region), ImageError);
+            // Every prefix is refused or read, never a crash.
+            for (std::size_t cut = 0; cut < bytes.size(); ++cut)
+                try {
+                    readImageFromMemory(bytes.data(), cut);
+                } catch (const ImageError&) {
+                }
+        }
+}
+
+// Sizes beyond the limit are refused from the header: a whole image over the
+// caller's limit, and any side over 65535.
+TEST(ImageIO, LimitsAreCheckedFromTheHeader)
+{
+    const std::string text = "P5\n3000 2500\n255\n";
+    std::vector<unsigned char> bytes(text.begin(), text.end());
+    bytes.resize(bytes.size() + 3000 * 2500, 7);
+    try {
+        readImageFromMemory(bytes.data(), bytes.size(), "big.pgm");
+        FAIL();
+    } catch (const ImageError& e) {
+        EXPECT_NE(std::string(e.what()).find("image is 3000 x 2500; at most 2048"), std::string::npos) << e.what();
+    }
+    Region region;
+    region.x = 2990, region.y = 2400, region.width = 10, region.height = 100;
+    const GreyImage part = readImageFromMemory(bytes.data(), bytes.size(), "big.pgm", region);
+    EXPECT_EQ(part.width(), 10);
+    EXPECT_EQ(part.pixels8(9, 99), 7);
+    ReadLimits generous;
+    generous.maxSide = kMaxSide;
+    EXPECT_EQ(readImageFromMemory(bytes.data(), bytes.size(), "big.pgm", Region{}, generous).width(), 3000);
+    const std::string huge = "P5\n65536 1\n255\n";
+    EXPECT_THROW(readImageFromMemory(reinterpret_cast<const unsigned char*>(huge.data()), huge.size()), ImageError);
+}
+
 TEST(ImageIO, MissingFilesAndUnknownFormats)
 {
     try {
@@ -135,7 +195,8 @@ TEST(ImageIO, MissingFilesAndUnknownFormats)
     } catch (const ImageError& e) {
         EXPECT_NE(std::string(e.what()).find("cannot open"), std::string::npos);
     }
-    EXPECT_THROW(formatFor("picture.tif"), ImageError);
+    EXPECT_THROW(formatFor("picture.bmp"), ImageError);
+    EXPECT_EQ(formatFor("scan.TIFF"), Format::Tiff);
     EXPECT_EQ(formatFor("A.PNG"), Format::Png);
     EXPECT_EQ(formatFor("a.pnm"), Format::Pgm);
 }
@@ -150,6 +211,52 @@ TEST(ImageIO, FailedWritesLeaveNoFile)
 
 #ifdef KXIO_TEST_PNG
 #include <png.h>
+#include <zlib.h>
+
+namespace {
+
+void put32(std::vector<unsigned char>& out, unsigned long v)
+{
+    for (int s = 24; s >= 0; s -= 8)
+        out.push_back(static_cast<unsigned char>((v >> s) & 0xff));
+}
+
+void chunk(std::vector<unsigned char>& out, const char* type, const std::vector<unsigned char>& data)
+{
+    std::vector<unsigned char> body(type, type + 4);
+    body.insert(body.end(), data.begin(), data.end());
+    put32(out, data.size());
+    out.insert(out.end(), body.begin(), body.end());
+    put32(out, crc32(0, body.data(), static_cast<uInt>(body.size())));
+}
+
+}  // namespace
+
+// A 68-byte PNG announcing 65535 x 65535 pixels is refused from its header,
+// whole or as a region, without sizing anything by the announced size.
+TEST(ImageIO, TinyPngAnnouncingAHugeImageIsRefusedFromItsHeader)
+{
+    for (unsigned char bits : {8, 16}) {
+        std::vector<unsigned char> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+        std::vector<unsigned char> ihdr;
+        put32(ihdr, 65535);
+        put32(ihdr, 65535);
+        ihdr.insert(ihdr.end(), {bits, 0, 0, 0, 0});
+        chunk(png, "IHDR", ihdr);
+        chunk(png, "IDAT", {0x78, 0x9c, 0x63, 0x60, 0x00, 0x00, 0x00, 0x02, 0x00, 0x01});
+        chunk(png, "IEND", {});
+        EXPECT_LE(png.size(), 80u);
+        try {
+            readImageFromMemory(png.data(), png.size(), "huge.png");
+            FAIL();
+        } catch (const ImageError& e) {
+            EXPECT_NE(std::string(e.what()).find("image is 65535 x 65535"), std::string::npos) << e.what();
+        }
+        Region region;
+        region.x = 60000, region.y = 60000, region.width = 2048, region.height = 2048;
+        EXPECT_THROW(readImageFromMemory(png.data(), png.size(), "huge.png", region), ImageError);
+    }
+}
 
 // A colour PNG written with libpng directly is read as grey, with a notice.
 TEST(ImageIO, ColourPngIsConvertedToGreyWithANotice)

@@ -7,11 +7,9 @@
 // and loadObject() rebuilds it. Both apply() forms are const and write only
 // the buffers they are given.
 //
-// Every filter checks, in this order: the buffer has data ("FrequencyBuffer
-// has not been initialized"), the filter has a transfer function
-// ("FrequencyFilter has not been initialized"), both Uninitialized; then the
-// padded sizes (InvalidSize, "Size of frequency buffer does not match size of
-// filter.").
+// Every filter checks, in this order: the buffer has data, the filter has a
+// transfer function (both Uninitialized, with the buffer's and the filter's
+// message respectively); then the padded sizes (InvalidSize).
 #include <kx/fft.h>
 
 #include <vector>
@@ -87,31 +85,58 @@ private:
     bool initialized_;
 };
 
-// Internal state of the two Gabor filters; not part of the interface.
-struct kx_GaborState {
-    long supportWidth = 0;
-    long supportHeight = 0;
+// The parameters of the two Gabor filters, as set() takes them; internal.
+struct kx_GaborParameters {
     kxPair<double> sigma;
     kxPair<double> plateau;
     kxRadian angle;
     double frequency = 0.0;
     kxPair<long> size;
     long dcRadius = 0;
-    std::vector<float> store;
-    float* table = nullptr;   // 16-byte aligned in store; null: no transfer function
 };
 
-// Internal state of the band-pass and band-reject filters.
-struct kx_RadialState {
-    long supportWidth = 0;
-    long oversampling = 0;
-    long dcRadius = 0;
-    double frequency = 0.0;
+// The parameters of the band-pass and band-reject filters; internal.
+struct kx_RadialParameters {
     double sigma = 0.0;
     double plateau = 0.0;
+    double frequency = 0.0;
     kxPair<long> size;
-    std::vector<float> store;
-    float* profile = nullptr;
+    long dcRadius = 0;
+};
+
+// What every filter with a table of gains shares: its role, and the two
+// apply() forms around a walk of the buffer. Use the concrete classes below.
+//
+// apply() checks, in order, that the buffer has data, that the filter has a
+// table, the sizes, then (for a DC radius other than 0) that the square
+// around the zero frequency can be addressed; all before anything changes.
+// If the walk is stopped (a cancellation), the buffer it was writing is left
+// not initialized.
+class KXFREQ_API kx_TableFilter : public kxFrequencyFilter {
+public:
+    ~kx_TableFilter() override;
+
+    void apply(kxFrequencyBuffer& buffer) const override;
+    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
+
+protected:
+    explicit kx_TableFilter(Role role) : role_(role) {}
+    kx_TableFilter(const kx_TableFilter& other);
+    kx_TableFilter& operator=(const kx_TableFilter& other);
+    Role role() const { return role_; }
+
+private:
+    // The table (null: none), the padded size it was made for, the DC radius.
+    virtual const float* gains() const = 0;
+    virtual kxPair<long> gainsSize() const = 0;
+    virtual long gainsDcRadius() const = 0;
+    // Multiplies the elements the table covers by their gains, reading `in`
+    // (which may be out's own data) and writing `out`; what happens to the
+    // others, and the band recorded in `out`, depend on the role.
+    virtual void walk(const float* in, kxFrequencyBuffer& out) const = 0;
+    void applyInto(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool sizeDestination) const;
+
+    Role role_;
 };
 
 // The body the Gabor filter and the Gabor reject filter share: parameters,
@@ -122,7 +147,7 @@ struct kx_RadialState {
 // cycles per pixel; `frequency` is the lobe's distance from the zero
 // frequency, also in cycles per pixel. The lobe is one-sided: it sits at
 // `angle` only, not also at angle + pi.
-class KXFREQ_API kx_GaborFilter : public kxFrequencyFilter {
+class KXFREQ_API kx_GaborFilter : public kx_TableFilter {
 public:
     ~kx_GaborFilter() override;
 
@@ -148,13 +173,10 @@ public:
 
     // The gain table, support height rows of support width gains (null while
     // uninitialised).
-    float* data() const { return state_.table; }
-
-    void apply(kxFrequencyBuffer& buffer) const override;
-    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
+    float* data() const { return table_; }
 
 protected:
-    explicit kx_GaborFilter(Role role);
+    explicit kx_GaborFilter(Role role) : kx_TableFilter(role) {}
     kx_GaborFilter(const kx_GaborFilter& other);
     kx_GaborFilter& operator=(const kx_GaborFilter& other);
     bool equals(const kx_GaborFilter& other) const;
@@ -167,14 +189,19 @@ protected:
     void streamFields(kxArchive& archive);
 
 private:
-    void create(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle, double frequency,
-                const kxPair<long>& size, long dcRadius);
-    template <typename Setter>
-    void change(Setter setter);
-    void filter(const float* in, kxFrequencyBuffer& out) const;
+    void create(const kx_GaborParameters& parameters);
+    template <typename Change>
+    void change(Change change);
+    const kx_GaborParameters& parameters() const;
+    const float* gains() const override { return table_; }
+    kxPair<long> gainsSize() const override { return parameters_.size; }
+    long gainsDcRadius() const override { return parameters_.dcRadius; }
+    void walk(const float* in, kxFrequencyBuffer& out) const override;
 
-    Role role_;
-    kx_GaborState state_;
+    kx_GaborParameters parameters_;
+    kxPair<long> support_;
+    std::vector<float> store_;
+    float* table_ = nullptr;   // 16-byte aligned in store_; null: no transfer function
 };
 
 // An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
@@ -240,7 +267,7 @@ private:
 // below. Distances are in horizontal frequency bins with the vertical axis
 // rescaled by the aspect ratio, so the ring is a circle in cycles per pixel.
 // The filter stores a one-dimensional profile oversampled 32 times.
-class KXFREQ_API kx_RadialFilter : public kxFrequencyFilter {
+class KXFREQ_API kx_RadialFilter : public kx_TableFilter {
 public:
     ~kx_RadialFilter() override;
 
@@ -259,11 +286,8 @@ public:
     // Length of the radial profile in frequency bins.
     long supportWidth() const;
 
-    void apply(kxFrequencyBuffer& buffer) const override;
-    void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const override;
-
 protected:
-    explicit kx_RadialFilter(Role role);
+    explicit kx_RadialFilter(Role role) : kx_TableFilter(role) {}
     kx_RadialFilter(const kx_RadialFilter& other);
     kx_RadialFilter& operator=(const kx_RadialFilter& other);
     bool equals(const kx_RadialFilter& other) const;
@@ -275,13 +299,20 @@ protected:
     void streamFields(kxArchive& archive);
 
 private:
-    void create(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius);
-    template <typename Setter>
-    void change(Setter setter);
-    void filter(const float* in, kxFrequencyBuffer& out) const;
+    void create(const kx_RadialParameters& parameters);
+    template <typename Change>
+    void change(Change change);
+    const kx_RadialParameters& parameters() const;
+    const float* gains() const override { return profile_; }
+    kxPair<long> gainsSize() const override { return parameters_.size; }
+    long gainsDcRadius() const override { return parameters_.dcRadius; }
+    void walk(const float* in, kxFrequencyBuffer& out) const override;
 
-    Role role_;
-    kx_RadialState state_;
+    kx_RadialParameters parameters_;
+    long supportWidth_ = 0;
+    long oversampling_ = 0;
+    std::vector<float> store_;
+    float* profile_ = nullptr;
 };
 
 // A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
@@ -340,8 +371,9 @@ private:
 };
 
 // A filter whose transfer function is a whole frequency buffer given by the
-// caller: apply() multiplies element by element. An empty filter reports
-// "FrequencyBuffer has not been initialized".
+// caller: apply() multiplies element by element. An empty filter reports the
+// buffer's Uninitialized message, not the filter's: its transfer function is
+// a buffer without data.
 class KXFREQ_API kxFrequencyFilterImage : public kxFrequencyFilter {
 public:
     kxFrequencyFilterImage();  // empty, or with a copy of image; copies

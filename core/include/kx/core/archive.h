@@ -104,6 +104,7 @@ protected:
 
 private:
     template <typename U, std::size_t Bytes> void streamUnsigned(U& value);
+    template <typename Float, typename Bits> void streamFloat(Float& value);
     // `length` bytes into `text`, in bounded pieces; `text` changes only
     // when all of them arrived.
     void readText(std::string& text, unsigned long length);
@@ -160,6 +161,21 @@ private:
     std::ostream* out_ = nullptr;
     std::size_t left_;   // bytes from the start position to the end, when seekable
 };
+
+// The shape of every dispatchSerialize(): unless this part of `object`
+// (told apart by `key`, usually the size of the class) was streamed through
+// this archive already, stream its version byte, then `serialize(version)`,
+// then mark the part as streamed.
+template <typename Serialize>
+void kfStreamVersioned(kxArchive& archive, const void* object, std::size_t key, Serialize serialize)
+{
+    if (kxPersistent::haveVisited(archive, object, key))
+        return;
+    unsigned char version = 0;
+    archive || version;
+    serialize(version);
+    kxPersistent::setVisited(archive, object, key);
+}
 
 // kxPair streaming: a version byte (0), then x and y. Any other version byte
 // throws kxArchive::UnknownVersion with no source name and line 0.
