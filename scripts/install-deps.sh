@@ -5,6 +5,8 @@ set -euo pipefail
 # clang and its runtime build the fuzz targets (libFuzzer, sanitizers);
 # binutils gives nm and objdump to the export and instruction checks.
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev binutils clang libclang-rt-14-dev)
+# The Python module, its tests and the API reference.
+needed+=(python3-dev python3-numpy python3-pytest pybind11-dev doxygen)
 needed+=(libtiff-dev time)   # TIFF for the tool; /usr/bin/time for its memory test
 missing=()
 for p in "${needed[@]}"; do

@@ -31,6 +31,7 @@ public:
     // Base of the library's exceptions; never thrown itself.
     class KXFREQ_API Errors : public kxExceptionWithString {
     public:
+        // Copyable, like every exception.
         Errors(const Errors&) = default;
         Errors& operator=(const Errors&) = default;
         ~Errors() override;
@@ -93,23 +94,34 @@ public:
 // means.
 class KXFREQ_API kxFrequencyBuffer {
 public:
+    // No data (element access throws Uninitialized); zeros for an image of
+    // width x height, padded to powers of two; a copy of src.
     kxFrequencyBuffer();
     kxFrequencyBuffer(long width, long height);
     kxFrequencyBuffer(const kxFrequencyBuffer& src);
     // The low frequencies of src: a frequency-domain reduction to width x height.
     kxFrequencyBuffer(const kxFrequencyBuffer& src, long width, long height);
+    // The complex image real + i imaginary as it is, not transformed, padded
+    // with zeros (both images of the same size and offset).
     kxFrequencyBuffer(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imaginary);
     ~kxFrequencyBuffer();
 
+    // Copies everything, data included; a source without data leaves this
+    // buffer without data.
     kxFrequencyBuffer& operator=(const kxFrequencyBuffer& src);
     // Floats compare different only when one is less or greater than the
     // other: +0 equals -0 and a NaN equals anything. The transform is ignored.
     bool operator==(const kxFrequencyBuffer& other) const;
     bool operator!=(const kxFrequencyBuffer& other) const { return !(*this == other); }
 
+    // The padded size; Uninitialized without data.
     long width() const;
     long height() const;
 
+    // Element (x, y), whole or one part: storage indices, or signed frequencies
+    // when centered. Reads give doubles, writes round to float. They throw
+    // Uninitialized without data, InvalidBuffer after an in-place inverse and
+    // BadCoord outside the grid.
     kxPair<double> get(long x, long y, bool centered) const;
     double getReal(long x, long y, bool centered) const;
     double getImaginary(long x, long y, bool centered) const;

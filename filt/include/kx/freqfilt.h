@@ -21,9 +21,9 @@ public:
 
     // A new heap copy of the filter; the caller owns it.
     virtual kxFrequencyFilter* clone() const = 0;
-    virtual bool isInitialized() const;
-    virtual void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const = 0;
-    virtual void apply(kxFrequencyBuffer& buffer) const = 0;
+    virtual bool isInitialized() const;  // whether it has a transfer function
+    virtual void apply(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst) const = 0;  // src filtered into dst
+    virtual void apply(kxFrequencyBuffer& buffer) const = 0;  // filtered in place
 
 protected:
     // Pass filters keep what their lobe or ring selects and clear the rest;
@@ -163,7 +163,7 @@ public:
     void frequency(double value);
     void size(const kxPair<long>& value);
 
-    kxPair<double> sigma() const;
+    kxPair<double> sigma() const;  // the parameters; the table's size
     kxPair<double> plateau() const;
     kxRadian angle() const;
     double frequency() const;
@@ -212,7 +212,7 @@ private:
 // support, not a table of the buffer's size.
 class KXFREQ_API kxFrequencyFilterGabor : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGabor();
+    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
     kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                            double frequency, const kxPair<long>& size, long dcRemovalRadius);
     kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
@@ -220,9 +220,9 @@ public:
     ~kxFrequencyFilterGabor() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGabor& other) const;
+    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
 
-    void dcRemovalRadius(long value);
+    void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
 protected:
@@ -241,7 +241,7 @@ private:
 // second peak at angle + pi, which a second filter must reject.
 class KXFREQ_API kxFrequencyFilterGaborReject : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGaborReject();
+    kxFrequencyFilterGaborReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterGaborReject(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                                  double frequency, const kxPair<long>& size, long dcProtectionRadius);
     kxFrequencyFilterGaborReject(const kxFrequencyFilterGaborReject& other);
@@ -249,9 +249,9 @@ public:
     ~kxFrequencyFilterGaborReject() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGaborReject& other) const;
+    bool operator==(const kxFrequencyFilterGaborReject& other) const;  // same parameters and gains
 
-    void dcProtectionRadius(long value);
+    void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
 protected:
@@ -271,7 +271,7 @@ class KXFREQ_API kx_RadialFilter : public kx_TableFilter {
 public:
     ~kx_RadialFilter() override;
 
-    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius);
+    void set(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRadius);  // new parameters
 
     // Setters and getters as the Gabor filters' (they throw without a profile).
     void sigma(double value);
@@ -279,7 +279,7 @@ public:
     void frequency(double value);
     void size(const kxPair<long>& value);
 
-    double sigma() const;
+    double sigma() const;  // the parameters
     double plateau() const;
     double frequency() const;
     kxPair<long> size() const;
@@ -322,16 +322,16 @@ private:
 // cleared.
 class KXFREQ_API kxFrequencyFilterBandPass : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandPass();
+    kxFrequencyFilterBandPass();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
     kxFrequencyFilterBandPass(const kxFrequencyFilterBandPass& other);
     kxFrequencyFilterBandPass& operator=(const kxFrequencyFilterBandPass& other);
     ~kxFrequencyFilterBandPass() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandPass& other) const;
+    bool operator==(const kxFrequencyFilterBandPass& other) const;  // same parameters and gains
 
-    void dcRemovalRadius(long value);
+    void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
 protected:
@@ -349,16 +349,16 @@ private:
 // frequency keeps its values.
 class KXFREQ_API kxFrequencyFilterBandReject : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandReject();
+    kxFrequencyFilterBandReject();  // uninitialised, or as set(); copies
     kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
     kxFrequencyFilterBandReject(const kxFrequencyFilterBandReject& other);
     kxFrequencyFilterBandReject& operator=(const kxFrequencyFilterBandReject& other);
     ~kxFrequencyFilterBandReject() override;
 
     kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandReject& other) const;
+    bool operator==(const kxFrequencyFilterBandReject& other) const;  // same parameters and gains
 
-    void dcProtectionRadius(long value);
+    void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
 protected:
@@ -376,16 +376,16 @@ private:
 // a buffer without data.
 class KXFREQ_API kxFrequencyFilterImage : public kxFrequencyFilter {
 public:
-    kxFrequencyFilterImage();
+    kxFrequencyFilterImage();  // empty, or with a copy of image; copies
     explicit kxFrequencyFilterImage(const kxFrequencyBuffer& image);
     kxFrequencyFilterImage(const kxFrequencyFilterImage& other);
     kxFrequencyFilterImage& operator=(const kxFrequencyFilterImage& other);
     ~kxFrequencyFilterImage() override;
 
-    bool operator==(const kxFrequencyFilterImage& other) const;
+    bool operator==(const kxFrequencyFilterImage& other) const;  // same transfer buffer
     kxFrequencyFilter* clone() const override;
 
-    void setImage(const kxFrequencyBuffer& image);
+    void setImage(const kxFrequencyBuffer& image);  // a copy of image becomes the transfer function
     // The padded size of the transfer buffer.
     long supportWidth() const;
     long supportHeight() const;

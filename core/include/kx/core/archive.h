@@ -31,11 +31,13 @@ public:
     // Every failure of the archive itself.
     class KXCORE_API Error : public kxExceptionWithString {
     public:
+        // With its message.
         explicit Error(const std::string& message) : kxExceptionWithString(message) {}
     };
     // A version byte that the reading code does not know.
     class KXCORE_API UnknownVersion : public Error {
     public:
+        // Names the reading code: a source name (null: none) and a line.
         UnknownVersion(const char* source, long line);
         // The source name given at the throw site ("" when none) and line.
         const std::string& source() const { return source_; }
@@ -46,13 +48,17 @@ public:
         long line_;
     };
 
+    // Archives are not copyable.
     virtual ~kxArchive();
     kxArchive(const kxArchive&) = delete;
     kxArchive& operator=(const kxArchive&) = delete;
 
+    // The direction of the archive.
     bool isLoading() const { return loading_; }
     bool isStoring() const { return !loading_; }
 
+    // Writes the value when storing, reads it when loading; returns the
+    // archive, so that fields chain: archive || a || b.
     kxArchive& operator||(bool& value);
     kxArchive& operator||(unsigned char& value);
     kxArchive& operator||(long& value);
@@ -74,6 +80,7 @@ public:
     std::shared_ptr<kxPersistent> loadObject();
 
     template <typename T>
+    // loadObject(), checked to be a T: another class throws Error.
     std::shared_ptr<T> loadObjectAs()
     {
         std::shared_ptr<kxPersistent> object = loadObject();
@@ -117,6 +124,7 @@ public:
     explicit kxMemoryArchive(std::vector<unsigned char> bytes);
     kxMemoryArchive(const void* data, std::size_t size);
 
+    // The bytes stored so far (or loaded from).
     const std::vector<unsigned char>& bytes() const { return bytes_; }
 
 protected:
@@ -132,8 +140,10 @@ private:
 // An archive on a standard stream. The stream must outlive the archive.
 class KXCORE_API kxStreamArchive : public kxArchive {
 public:
+    // Which way a read-write stream is used.
     enum Direction { eStore, eLoad };
 
+    // Storing to `out`, or loading from `in`.
     explicit kxStreamArchive(std::ostream& out);
     explicit kxStreamArchive(std::istream& in);
     // For a stream that reads and writes, the direction is said.

@@ -12,17 +12,21 @@
 // When nothing is pending, check() costs one atomic load.
 class KXCORE_API kxAttention {
 public:
+    // What check() throws when a stop is requested.
     class KXCORE_API Stopped : public kxExceptionWithString {
     public:
         Stopped() : kxExceptionWithString("Operation stopped by an attention request") {}
     };
 
+    // Throws Stopped when a stop is requested (or a Probe says so).
     static void check()
     {
         if (pending_.load(std::memory_order_acquire) != 0)
             checkSlow();
     }
 
+    // request() asks every computation to stop at its next poll, clear() ends
+    // the request, requested() tells whether one is in force.
     static void request();
     static void clear();
     static bool requested();
@@ -32,6 +36,7 @@ public:
     // Probes nest; the innermost one counts.
     class KXCORE_API Probe {
     public:
+        // Starts counting; count() is the number of polls so far.
         explicit Probe(unsigned long throwAt = 0);
         ~Probe();
         Probe(const Probe&) = delete;

@@ -15,7 +15,7 @@ public:
 
     // A number that identifies the failure; 0 for the core's own exceptions.
     virtual long errorNumber() const;
-    // The message, as what() returns it.
+    // The message; what() returns it as a C string.
     std::string message() const;
     // The message as a C string. It is made on the first call and never
     // changed afterwards, so one exception may be read from several threads.
@@ -44,13 +44,15 @@ private:
 // message is allowed and reads as an empty string.
 class KXCORE_API kxExceptionWithString : public kxException {
 public:
+    // With a message text (null: none), and copyable.
     explicit kxExceptionWithString(const char* message = nullptr);
     explicit kxExceptionWithString(const std::string& message);
     kxExceptionWithString(const kxExceptionWithString&) = default;
     kxExceptionWithString& operator=(const kxExceptionWithString&) = default;
     ~kxExceptionWithString() override;
 
-    // True when the exception was made with a null message.
+    // True when the exception was made with a null message; the text
+    // (empty without one).
     bool hasMessage() const { return hasMessage_; }
     const std::string& text() const { return text_; }
     // The text itself: nothing is built, nothing changes.

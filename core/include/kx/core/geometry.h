@@ -18,9 +18,12 @@ template <int N> class kxVector;
 template <int N> class kxMatrix;
 template <int N> class kxXform;
 
+// A point or a displacement in the plane, (x, y).
 template <>
 class KXCORE_API kxVector<2> {
 public:
+    // The origin or (x, y); coordinates by name or by index 0 and 1;
+    // component-wise sum and difference; exact comparison.
     kxVector() : v_{0.0, 0.0} {}
     kxVector(double x, double y) : v_{x, y} {}
     double x() const { return v_[0]; }
@@ -36,14 +39,18 @@ private:
     double v_[2];
 };
 
+// A 2 x 2 matrix of doubles (see the rotated and scaled form above).
 template <>
 class KXCORE_API kxMatrix<2> {
 public:
-    // Identity.
+    // The identity; the matrix with rows (a, b) and (c, d); the rotated and
+    // scaled axes described above.
     kxMatrix() : m_{{1.0, 0.0}, {0.0, 1.0}} {}
     kxMatrix(double a, double b, double c, double d) : m_{{a, b}, {c, d}} {}
     kxMatrix(kxRadian xRot, kxRadian yRot, double xScale, double yScale);
 
+    // Element (row, col); products with a matrix or a vector; the determinant;
+    // exact comparison.
     double element(int row, int col) const { return m_[row][col]; }
     kxMatrix operator*(const kxMatrix& o) const;
     kxVector<2> operator*(const kxVector<2>& v) const;
@@ -59,6 +66,7 @@ private:
 template <>
 class KXCORE_API kxXform<2> {
 public:
+    // The identity, or the given matrix and translation.
     kxXform() = default;
     kxXform(const kxMatrix<2>& matrix, const kxVector<2>& translation)
         : matrix_(matrix), translation_(translation) {}
@@ -68,10 +76,11 @@ public:
     kxXform(const kxVector<2>& translation, double xScale, double yScale,
             kxRadian skew, kxRadian rotation);
 
+    // The parts of p' = matrix * p + translation.
     const kxMatrix<2>& matrix() const { return matrix_; }
     const kxVector<2>& translation() const { return translation_; }
 
-    // (a * b)(p) == a(b(p))
+    // Composition, (a * b)(p) == a(b(p)); the image of a point; exact comparison.
     kxXform operator*(const kxXform& o) const;
     kxVector<2> operator*(const kxVector<2>& p) const { return matrix_ * p + translation_; }
     bool operator==(const kxXform& o) const { return matrix_ == o.matrix_ && translation_ == o.translation_; }

@@ -25,9 +25,12 @@ public:
     // An error of the pel buffers themselves (bad size, unbound image, ...).
     class KXCORE_API Error : public kxExceptionWithString {
     public:
+        // With its message.
         explicit Error(const char* message) : kxExceptionWithString(message) {}
     };
 
+    // Whether the image has pixels; its size; the row stride in pixels; its
+    // offset in the client plane, read and written.
     bool isBound() const { return static_cast<bool>(storage_); }
     long width() const { return width_; }
     long height() const { return height_; }
@@ -38,6 +41,8 @@ public:
     // Error.
     void offset(const kxPair<long>& offset);
 
+    // The client-coordinate transform, read and written, and copied from
+    // another image.
     const kx2XformCache& xformCache() const { return xforms_; }
     kx2XformCache& xformCache() { return xforms_; }
     void copyXforms(const kx_PelBuffer& other) { xforms_ = other.xforms_; }
@@ -65,9 +70,11 @@ private:
     kx2XformCache xforms_;
 };
 
+// A read-only image of T pixels (unsigned char, unsigned short, double).
 template <typename T>
 class kxPelBuffer_const : public kx_PelBuffer {
 public:
+    // An unbound image.
     kxPelBuffer_const() = default;
 
     // Pointer to the first pixel of the window (null when unbound).
@@ -92,9 +99,11 @@ protected:
     }
 };
 
+// A writable image of T pixels; it converts to kxPelBuffer_const<T>.
 template <typename T>
 class kxPelBuffer : public kxPelBuffer_const<T> {
 public:
+    // An unbound image.
     kxPelBuffer() = default;
     // A new image of zero pixels; alignment as in kx_PelBuffer.
     kxPelBuffer(long width, long height, long alignment = 32)
@@ -102,6 +111,8 @@ public:
     {
     }
 
+    // As in kxPelBuffer_const, writable: the first pixel, pixel (x, y)
+    // unchecked, and checked.
     T* pointToOffset() const { return reinterpret_cast<T*>(this->firstPixelBytes()); }
     T& operator()(long x, long y) const { return pointToOffset()[y * this->rowUpdate() + x]; }
     T& at(long x, long y) const { return pointToOffset()[this->checkedIndex(x, y)]; }

@@ -29,8 +29,11 @@ public:
     // Records that the object is about to change. Counted, for observers that
     // need to know whether an object changed since they last looked.
     void mutating() { ++changeCount_; }
+    // How many times mutating() was called on this object.
     unsigned long changeCount() const { return changeCount_; }
 
+    // Whether the part (object, key) was already streamed through this archive,
+    // and marking it so.
     static bool haveVisited(kxArchive& archive, const void* object, std::size_t key);
     static void setVisited(kxArchive& archive, const void* object, std::size_t key);
 
@@ -63,8 +66,11 @@ protected:
 //     kx_Instantiator MyClass::sExemplar(typeid(MyClass), &MyClass::make);
 class KXCORE_API kx_Instantiator {
 public:
+    // A function making an empty object of the class, on the heap.
     using Factory = kxPersistent* (*)();
 
+    // Registers `factory` under the class name of `type`, for as long as the
+    // instantiator lives.
     kx_Instantiator(const std::type_info& type, Factory factory);
     ~kx_Instantiator();
     kx_Instantiator(const kx_Instantiator&) = delete;
@@ -72,7 +78,8 @@ public:
 
     // The name under which a class is recorded in archives.
     static std::string className(const std::type_info& type);
-    // A new object of the named class, or null when none is registered.
+    // A new object of the named class, or null when none is registered; and
+    // whether one is.
     static kxPersistent* create(const std::string& className);
     static bool isRegistered(const std::string& className);
 

@@ -4,9 +4,11 @@
 // kxRadian: an angle in radians. norm() brings it into (-pi, pi].
 class KXCORE_API kxRadian {
 public:
+    // Zero, or the given number of radians.
     kxRadian() : value_(0.0) {}
     explicit kxRadian(double radians) : value_(radians) {}
 
+    // The angle in radians as given (not normalised); its negation; exact comparison.
     double toDouble() const { return value_; }
     kxRadian operator-() const { return kxRadian(-value_); }
     bool operator==(const kxRadian& other) const { return value_ == other.value_; }

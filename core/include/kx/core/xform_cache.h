@@ -10,10 +10,12 @@ class kxArchive;
 // coordinates.
 class KXCORE_API kx2XformBase {
 public:
+    // A heap copy of the transform, and whether it is affine.
     virtual ~kx2XformBase();
     virtual std::unique_ptr<kx2XformBase> clone() const = 0;
     virtual bool isLinear() const = 0;
-    // The affine form; only meaningful when isLinear().
+    // The affine form (only meaningful when isLinear()), and the image of a
+    // point.
     virtual kxXform<2> linearXform() const = 0;
     virtual kxVector<2> mapPoint(const kxVector<2>& p) const = 0;
 };
@@ -21,6 +23,8 @@ public:
 // kx2XformLinear: an affine client-coordinate transform.
 class KXCORE_API kx2XformLinear : public kx2XformBase {
 public:
+    // The identity or the given affine transform, with the operations of
+    // kx2XformBase.
     kx2XformLinear() = default;
     explicit kx2XformLinear(const kxXform<2>& xform) : xform_(xform) {}
     std::unique_ptr<kx2XformBase> clone() const override;
@@ -36,6 +40,7 @@ private:
 // kx2XformBase, copied on copy). The identity by default.
 class KXCORE_API kx2XformCache {
 public:
+    // The identity; copies copy the held transform, moves move it.
     kx2XformCache();
     kx2XformCache(const kx2XformCache& other);
     kx2XformCache& operator=(const kx2XformCache& other);
@@ -43,6 +48,8 @@ public:
     kx2XformCache& operator=(kx2XformCache&&) noexcept;
     ~kx2XformCache();
 
+    // Whether the transform is affine, its affine form, and the transform
+    // itself; xform(t) holds a copy of t.
     bool isLinear() const { return xform_->isLinear(); }
     kxXform<2> linearXform() const { return xform_->linearXform(); }
     const kx2XformBase& xform() const { return *xform_; }

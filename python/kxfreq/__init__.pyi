@@ -1,0 +1,249 @@
+"""Type stubs of kxfreq: frequency-domain image processing on numpy arrays."""
+from typing import Any, Optional, Tuple
+
+import numpy
+import numpy.typing
+
+Image = numpy.ndarray  # 2-D, dtype uint8, uint16 or float64
+DTypeLike = numpy.typing.DTypeLike
+
+__version__: str
+
+class Error(Exception):
+    """Base of the library's errors; str() is the library's message."""
+
+    error_number: int
+
+class InvalidArgumentError(Error):
+    """A parameter out of its range."""
+
+class UninitializedError(Error):
+    """A spectrum without data, or a filter without a transfer function."""
+
+class InvalidSizeError(Error):
+    """Sizes that do not match or are out of range."""
+
+class UnboundWindowError(Error):
+    """An image without pixels (an empty array)."""
+
+class InvalidBufferError(Error):
+    """A spectrum whose store holds the result of an in-place inverse."""
+
+class BadCoordError(Error):
+    """Element coordinates outside the grid."""
+
+class ArchiveError(Error):
+    """Bytes that are not a valid stored spectrum or filter."""
+
+class Spectrum:
+    """A complex spectrum on a padded power-of-two grid (single precision)."""
+
+    def __init__(self, width: int = ..., height: int = ...) -> None:
+        """Spectrum(): no data; Spectrum(width, height): zeros, padded from that requested size."""
+    @property
+    def width(self) -> int:
+        """Padded width (a power of two)."""
+    @property
+    def height(self) -> int:
+        """Padded height (a power of two)."""
+    @property
+    def requested_size(self) -> Tuple[int, int]:
+        """(width, height) of the image the spectrum was made from."""
+    @property
+    def initialized(self) -> bool:
+        """True when the spectrum has data."""
+    @property
+    def masked(self) -> bool:
+        """True when a filter recorded a band of rows outside which the data are zero."""
+    @property
+    def band(self) -> Optional[Tuple[int, int]]:
+        """(first, last) centred row indices of the masked band, inclusive; None when not masked."""
+    @property
+    def inverse_computed(self) -> bool:
+        """True after an in-place inverse: the store holds the spatial result."""
+    @property
+    def array(self) -> numpy.ndarray:
+        """Writable complex64 view (height, width) on the store, no copy; keeps the spectrum alive."""
+    def __array__(self, dtype: Optional[DTypeLike] = ..., copy: Optional[bool] = ...) -> numpy.ndarray: ...
+    def get(self, x: int, y: int, centered: bool = ...) -> complex:
+        """Element (x, y); centred: signed frequencies, -(width/2) <= x < (width+1)/2."""
+    def put(self, x: int, y: int, value: complex, centered: bool = ...) -> None:
+        """Sets element (x, y), rounded to single precision."""
+    def copy(self) -> "Spectrum":
+        """An independent copy."""
+    def real(self, centered: bool = ...) -> numpy.ndarray:
+        """Real parts, float64, padded size."""
+    def imaginary(self, centered: bool = ...) -> numpy.ndarray:
+        """Imaginary parts, float64, padded size."""
+    def magnitude(self, centered: bool = ...) -> numpy.ndarray:
+        """Magnitudes (single-precision computation), float64, padded size."""
+    def phase(self, centered: bool = ...) -> numpy.ndarray:
+        """Phases in (-pi, pi], float64, padded size."""
+    def to_bytes(self) -> bytes:
+        """The library's archive bytes of the spectrum."""
+    @staticmethod
+    def from_bytes(data: bytes) -> "Spectrum":
+        """A spectrum from archive bytes; ArchiveError when malformed."""
+    def __eq__(self, other: object) -> bool: ...
+    def __copy__(self) -> "Spectrum": ...
+    def __deepcopy__(self, memo: Any) -> "Spectrum": ...
+
+def forward(image: Image, imag: Optional[Image] = ...) -> Spectrum:
+    """Unscaled 2-D FFT of a uint8, uint16 or float64 image (any strides), zero-padded to powers of two."""
+
+def inverse(spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...) -> numpy.ndarray:
+    """Magnitude of the inverse / (width x height), requested size, as uint8 (default), uint16 or float64."""
+
+def inverse_angle(
+    spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...
+) -> Tuple[numpy.ndarray, numpy.ndarray]:
+    """(image, angle): as inverse(), and each pixel's phase angle in radians (float64)."""
+
+def inverse_quadrant(
+    spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...
+) -> Tuple[numpy.ndarray, numpy.ndarray]:
+    """(image, quadrant): as inverse(), and a uint8 code (1: real part negative, +2: imaginary part negative)."""
+
+def inverse_complex(spectrum: Spectrum, in_place: bool = ...) -> Tuple[numpy.ndarray, numpy.ndarray]:
+    """(real, imag) float64 arrays of the scaled inverse, requested size."""
+
+def multiply(a: Spectrum, b: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
+    """a x b element by element, into out (may be a or b) or a new spectrum."""
+
+def add(a: Spectrum, b: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
+    """a + b, into out or a new spectrum."""
+
+def subtract(a: Spectrum, b: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
+    """a - b, into out or a new spectrum."""
+
+def conjugate(a: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
+    """Complex conjugate of a, into out (may be a) or a new spectrum."""
+
+def map_image(array: numpy.ndarray, mapping: str = ..., low: float = ..., high: float = ...) -> numpy.ndarray:
+    """float64 2-D array to a uint8 image: "clip", "linear", "range" (low..high), "log" or "phase"."""
+
+
+class Filter:
+    """Base of the frequency filters."""
+
+    def apply(self, spectrum: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
+        """Multiplies by the transfer function, in place or into out; returns the filtered spectrum."""
+    def to_bytes(self) -> bytes:
+        """The library's archive bytes of the filter (class record and parameters)."""
+    @staticmethod
+    def from_bytes(data: bytes) -> "Filter":
+        """A filter of whatever class the bytes hold."""
+    def __eq__(self, other: object) -> bool: ...
+
+class Gabor(Filter):
+    """Oriented one-sided Gaussian lobe at `frequency` cycles per pixel in direction `angle` (radians)."""
+
+    def __init__(
+        self,
+        sigma: Tuple[float, float],
+        plateau: Tuple[float, float],
+        angle: float,
+        frequency: float,
+        size: Tuple[int, int],
+        dc_radius: int,
+    ) -> None: ...
+    @property
+    def sigma(self) -> Tuple[float, float]: ...
+    @property
+    def plateau(self) -> Tuple[float, float]: ...
+    @property
+    def angle(self) -> float: ...
+    @property
+    def frequency(self) -> float: ...
+    @property
+    def size(self) -> Tuple[int, int]: ...
+    @property
+    def dc_radius(self) -> int: ...
+    @property
+    def support_width(self) -> int: ...
+    @property
+    def support_height(self) -> int: ...
+    @staticmethod
+    def from_bytes(data: bytes) -> "Gabor": ...
+
+class GaborReject(Filter):
+    """The complement of Gabor: the lobe is suppressed, the rest passes."""
+
+    def __init__(
+        self,
+        sigma: Tuple[float, float],
+        plateau: Tuple[float, float],
+        angle: float,
+        frequency: float,
+        size: Tuple[int, int],
+        dc_radius: int,
+    ) -> None: ...
+    @property
+    def sigma(self) -> Tuple[float, float]: ...
+    @property
+    def plateau(self) -> Tuple[float, float]: ...
+    @property
+    def angle(self) -> float: ...
+    @property
+    def frequency(self) -> float: ...
+    @property
+    def size(self) -> Tuple[int, int]: ...
+    @property
+    def dc_radius(self) -> int: ...
+    @property
+    def support_width(self) -> int: ...
+    @property
+    def support_height(self) -> int: ...
+    @staticmethod
+    def from_bytes(data: bytes) -> "GaborReject": ...
+
+class BandPass(Filter):
+    """Radial band-pass: a ring at `frequency` cycles per pixel with Gaussian flanks."""
+
+    def __init__(self, sigma: float, plateau: float, frequency: float, size: Tuple[int, int], dc_radius: int) -> None: ...
+    @property
+    def sigma(self) -> float: ...
+    @property
+    def plateau(self) -> float: ...
+    @property
+    def frequency(self) -> float: ...
+    @property
+    def size(self) -> Tuple[int, int]: ...
+    @property
+    def dc_radius(self) -> int: ...
+    @property
+    def support_width(self) -> int: ...
+    @staticmethod
+    def from_bytes(data: bytes) -> "BandPass": ...
+
+class BandReject(Filter):
+    """The complement of BandPass: the ring is suppressed, the rest passes."""
+
+    def __init__(self, sigma: float, plateau: float, frequency: float, size: Tuple[int, int], dc_radius: int) -> None: ...
+    @property
+    def sigma(self) -> float: ...
+    @property
+    def plateau(self) -> float: ...
+    @property
+    def frequency(self) -> float: ...
+    @property
+    def size(self) -> Tuple[int, int]: ...
+    @property
+    def dc_radius(self) -> int: ...
+    @property
+    def support_width(self) -> int: ...
+    @staticmethod
+    def from_bytes(data: bytes) -> "BandReject": ...
+
+class ImageFilter(Filter):
+    """A filter whose transfer function is a copy of a spectrum."""
+
+    def __init__(self, spectrum: Spectrum) -> None: ...
+    @property
+    def size(self) -> Tuple[int, int]: ...
+    @property
+    def support_width(self) -> int: ...
+    @property
+    def support_height(self) -> int: ...
+    @staticmethod
+    def from_bytes(data: bytes) -> "ImageFilter": ...
