@@ -60,16 +60,13 @@ struct kxWindow {
 ///         an unknown type, or a Tukey taper outside 0..1 (NaN included).
 KXFREQ_API std::vector<double> kfWindowWeights(long length, const kxWindow& window);
 
-/// @name Windowing
-/// Non-template workers behind kfApplyWindow, one per pixel type.
-/// @{
+// Non-template workers behind kfApplyWindow, one per pixel type.
 KXFREQ_API kxPelBuffer<double> kf_ApplyWindow(const kxPelBuffer_const<unsigned char>& image, const kxWindow& window,
                                               bool removeMean);
 KXFREQ_API kxPelBuffer<double> kf_ApplyWindow(const kxPelBuffer_const<unsigned short>& image,
                                               const kxWindow& window, bool removeMean);
 KXFREQ_API kxPelBuffer<double> kf_ApplyWindow(const kxPelBuffer_const<double>& image, const kxWindow& window,
                                               bool removeMean);
-/// @}
 
 /// The image multiplied by `window`, pixel (x, y) by wx(x) x wy(y), as a
 /// double image of the same size, offset and client transform.
@@ -116,9 +113,7 @@ struct kxPhaseCorrelationOptions {
     bool removeMean = true;              ///< subtract each image's window-weighted mean first
 };
 
-/// @name Phase correlation
-/// Non-template workers behind kfPhaseCorrelate, one per pixel type.
-/// @{
+// Non-template workers behind kfPhaseCorrelate, one per pixel type.
 KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelate(const kxPelBuffer_const<unsigned char>& reference,
                                                 const kxPelBuffer_const<unsigned char>& moving,
                                                 const kxPhaseCorrelationOptions& options,
@@ -131,7 +126,6 @@ KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelate(const kxPelBuffer_const<double>&
                                                 const kxPelBuffer_const<double>& moving,
                                                 const kxPhaseCorrelationOptions& options,
                                                 kxPelBuffer<double>* surface);
-/// @}
 
 /// The translation between two images of the same size by phase correlation.
 ///
@@ -233,16 +227,13 @@ struct kxPeriodicSearchOptions {
 KXFREQ_API std::vector<kxPeriodicComponent> kfFindPeriodicComponents(
     const kxFrequencyBuffer& spectrum, const kxPeriodicSearchOptions& options = kxPeriodicSearchOptions());
 
-/// @name Periodic components of an image
-/// Non-template workers behind the image form of kfFindPeriodicComponents.
-/// @{
+// Non-template workers behind the image form of kfFindPeriodicComponents.
 KXFREQ_API std::vector<kxPeriodicComponent> kf_FindPeriodicComponents(
     const kxPelBuffer_const<unsigned char>& image, const kxPeriodicSearchOptions& options);
 KXFREQ_API std::vector<kxPeriodicComponent> kf_FindPeriodicComponents(
     const kxPelBuffer_const<unsigned short>& image, const kxPeriodicSearchOptions& options);
 KXFREQ_API std::vector<kxPeriodicComponent> kf_FindPeriodicComponents(const kxPelBuffer_const<double>& image,
                                                                       const kxPeriodicSearchOptions& options);
-/// @}
 
 /// The periodic components of an image: the image is freed of its mean and
 /// multiplied by a Hann window, so that its edges add no streaks, then
@@ -280,9 +271,7 @@ KXFREQ_API kxFrequencyFilterImage kfPeriodicRejectFilter(const std::vector<kxPer
                                                          const kxPair<long>& size, double widthScale = 1.5,
                                                          double minSigma = 0.01);
 
-/// @name Texture removal
-/// Non-template workers behind kfRemovePeriodicTexture, one per pixel type.
-/// @{
+// Non-template workers behind kfRemovePeriodicTexture, one per pixel type.
 KXFREQ_API kxPelBuffer<unsigned char> kf_RemovePeriodicTexture(const kxPelBuffer_const<unsigned char>& image,
                                                                const kxTextureRemovalOptions& options,
                                                                std::vector<kxPeriodicComponent>* found);
@@ -292,7 +281,6 @@ KXFREQ_API kxPelBuffer<unsigned short> kf_RemovePeriodicTexture(const kxPelBuffe
 KXFREQ_API kxPelBuffer<double> kf_RemovePeriodicTexture(const kxPelBuffer_const<double>& image,
                                                         const kxTextureRemovalOptions& options,
                                                         std::vector<kxPeriodicComponent>* found);
-/// @}
 
 /// The image without its periodic texture, in one call: the components are
 /// found (kfFindPeriodicComponents on the image), a reject filter is built
@@ -314,6 +302,8 @@ KXFREQ_API kxPelBuffer<double> kf_RemovePeriodicTexture(const kxPelBuffer_const<
 /// 16-bit results are rounded and clamped to the pixel range. An image
 /// without periodic components comes back unchanged but for rounding.
 ///
+/// @param image an 8-bit, 16-bit or double image, 1 x 1 to 2048 x 2048
+/// @param options how components are searched for and how wide the notches are
 /// @param found if not null, receives the components that were removed
 template <typename T>
 kxPelBuffer<T> kfRemovePeriodicTexture(const kxPelBuffer_const<T>& image,
