@@ -31,6 +31,7 @@ from ._kxfreq import (  # noqa: F401
     UninitializedError,
     add,
     conjugate,
+    find_peaks,
     forward,
     inverse,
     inverse_angle,
@@ -38,6 +39,8 @@ from ._kxfreq import (  # noqa: F401
     inverse_quadrant,
     map_image,
     multiply,
+    phase_correlate,
+    remove_texture,
     subtract,
 )
 
@@ -60,6 +63,7 @@ Filter.__reduce__ = lambda self: (_load_filter, (self.to_bytes(),))
 __all__ = [
     "ArchiveError", "BadCoordError", "BandPass", "BandReject", "Error", "Filter", "Gabor", "GaborReject",
     "ImageFilter", "InvalidArgumentError", "InvalidBufferError", "InvalidSizeError", "Spectrum",
-    "UnboundWindowError", "UninitializedError", "add", "conjugate", "forward", "inverse", "inverse_angle",
-    "inverse_complex", "inverse_quadrant", "map_image", "multiply", "subtract",
+    "UnboundWindowError", "UninitializedError", "add", "conjugate", "find_peaks", "forward", "inverse",
+    "inverse_angle", "inverse_complex", "inverse_quadrant", "map_image", "multiply", "phase_correlate",
+    "remove_texture", "subtract",
 ]

@@ -1,5 +1,5 @@
 """Type stubs of kxfreq: frequency-domain image processing on numpy arrays."""
-from typing import Any, Optional, Tuple
+from typing import Any, Dict, List, Optional, Tuple
 
 import numpy
 import numpy.typing
@@ -121,6 +121,17 @@ def conjugate(a: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
 
 def map_image(array: numpy.ndarray, mapping: str = ..., low: float = ..., high: float = ...) -> numpy.ndarray:
     """float64 2-D array to a uint8 image: "clip", "linear", "range" (low..high), "log" or "phase"."""
+
+def phase_correlate(
+    reference: Image, moving: Image, window: str = ..., taper: float = ..., remove_mean: bool = ...
+) -> Tuple[float, float, float]:
+    """(dx, dy, confidence) with moving(x + dx, y + dy) = reference(x, y); window "hann", "tukey" or "none"."""
+
+def find_peaks(spectrum: Spectrum, max_peaks: int = ...) -> List[Dict[str, Any]]:
+    """Periodic components of a spectrum, strongest first: fx, fy, frequency, period, angle, strength, sigma, harmonics."""
+
+def remove_texture(image: Image, max_peaks: int = ...) -> numpy.ndarray:
+    """The image without its periodic texture (both lobes of every peak and its harmonics rejected)."""
 
 
 class Filter:
