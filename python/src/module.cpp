@@ -154,6 +154,18 @@ PixelType pixelTypeNamed(const py::object& dtype)
     return type;
 }
 
+// Calls f with a value of the pixel type: one switch for every function
+// that serves the three dtypes.
+template <typename F>
+auto withPixelType(PixelType type, F f)
+{
+    switch (type) {
+    case PixelType::u8: return f(std::uint8_t{});
+    case PixelType::u16: return f(std::uint16_t{});
+    default: return f(double{});
+    }
+}
+
 py::array asImageArray(const py::object& object, const char* what)
 {
     if (!py::isinstance<py::array>(object))
@@ -339,22 +351,13 @@ std::unique_ptr<Spectrum> forward(const py::object& image, const py::object& ima
 {
     py::array re = asImageArray(image, "image");
     const PixelType t = pixelTypeOf(re, "image");
-    if (imag.is_none()) {
-        switch (t) {
-        case PixelType::u8: return forwardOne<std::uint8_t>(re);
-        case PixelType::u16: return forwardOne<std::uint16_t>(re);
-        default: return forwardOne<double>(re);
-        }
-    }
+    if (imag.is_none())
+        return withPixelType(t, [&](auto pixel) { return forwardOne<decltype(pixel)>(re); });
     py::array im = asImageArray(imag, "imag");
     if (pixelTypeOf(im, "imag") != t)
         throw py::type_error(std::string("image and imag must have the same dtype, not ") + pixelName(t) + " and " +
                              pixelName(pixelTypeOf(im, "imag")));
-    switch (t) {
-    case PixelType::u8: return forwardTwo<std::uint8_t>(re, im);
-    case PixelType::u16: return forwardTwo<std::uint16_t>(re, im);
-    default: return forwardTwo<double>(re, im);
-    }
+    return withPixelType(t, [&](auto pixel) { return forwardTwo<decltype(pixel)>(re, im); });
 }
 
 template <typename T>
@@ -370,53 +373,41 @@ py::array inverseMagnitude(Spectrum& s, bool scale, bool inPlace)
 
 py::array inverse(Spectrum& s, const py::object& dtype, bool scale, bool inPlace)
 {
-    switch (pixelTypeNamed(dtype)) {
-    case PixelType::u8: return inverseMagnitude<std::uint8_t>(s, scale, inPlace);
-    case PixelType::u16: return inverseMagnitude<std::uint16_t>(s, scale, inPlace);
-    default: return inverseMagnitude<double>(s, scale, inPlace);
-    }
+    return withPixelType(pixelTypeNamed(dtype), [&](auto pixel) -> py::array {
+        return inverseMagnitude<decltype(pixel)>(s, scale, inPlace);
+    });
 }
 
-template <typename T>
-py::tuple inverseAngleT(Spectrum& s, bool scale, bool inPlace)
+// The inverse forms that give a second image beside the magnitude (phase
+// angles or quadrant codes): `worker(pixel, image, second)` runs without
+// the GIL.
+template <typename Second, typename Worker>
+py::tuple inverseWithSecond(const py::object& dtype, Worker worker)
 {
-    kxPelBuffer<T> image;
-    kxPelBuffer<double> angle;
-    {
-        py::gil_scoped_release release;
-        kfInverseFFTAngle<T>(s.buffer, image, angle, scale, inPlace);
-    }
-    return py::make_tuple(toArray<T>(image), toArray<double>(angle));
+    return withPixelType(pixelTypeNamed(dtype), [&](auto pixel) {
+        using T = decltype(pixel);
+        kxPelBuffer<T> image;
+        kxPelBuffer<Second> second;
+        {
+            py::gil_scoped_release release;
+            worker(pixel, image, second);
+        }
+        return py::make_tuple(toArray<T>(image), toArray<Second>(second));
+    });
 }
 
 py::tuple inverseAngle(Spectrum& s, const py::object& dtype, bool scale, bool inPlace)
 {
-    switch (pixelTypeNamed(dtype)) {
-    case PixelType::u8: return inverseAngleT<std::uint8_t>(s, scale, inPlace);
-    case PixelType::u16: return inverseAngleT<std::uint16_t>(s, scale, inPlace);
-    default: return inverseAngleT<double>(s, scale, inPlace);
-    }
-}
-
-template <typename T>
-py::tuple inverseQuadrantT(Spectrum& s, bool scale, bool inPlace)
-{
-    kxPelBuffer<T> image;
-    kxPelBuffer<unsigned char> quadrant;
-    {
-        py::gil_scoped_release release;
-        kfInverseFFTQuadrant<T>(s.buffer, image, quadrant, scale, inPlace);
-    }
-    return py::make_tuple(toArray<T>(image), toArray<unsigned char>(quadrant));
+    return inverseWithSecond<double>(dtype, [&](auto pixel, auto& image, auto& angle) {
+        kfInverseFFTAngle<decltype(pixel)>(s.buffer, image, angle, scale, inPlace);
+    });
 }
 
 py::tuple inverseQuadrant(Spectrum& s, const py::object& dtype, bool scale, bool inPlace)
 {
-    switch (pixelTypeNamed(dtype)) {
-    case PixelType::u8: return inverseQuadrantT<std::uint8_t>(s, scale, inPlace);
-    case PixelType::u16: return inverseQuadrantT<std::uint16_t>(s, scale, inPlace);
-    default: return inverseQuadrantT<double>(s, scale, inPlace);
-    }
+    return inverseWithSecond<unsigned char>(dtype, [&](auto pixel, auto& image, auto& quadrant) {
+        kfInverseFFTQuadrant<decltype(pixel)>(s.buffer, image, quadrant, scale, inPlace);
+    });
 }
 
 py::tuple inverseComplex(Spectrum& s, bool inPlace)
@@ -693,12 +684,8 @@ py::tuple phaseCorrelate(const py::object& reference, const py::object& moving, 
     kxPhaseCorrelationOptions o;
     o.window = windowNamed(window, taper);
     o.removeMean = removeMean;
-    kxPhaseCorrelation r;
-    switch (t) {
-    case PixelType::u8: r = correlate<std::uint8_t>(ref, mov, o); break;
-    case PixelType::u16: r = correlate<std::uint16_t>(ref, mov, o); break;
-    default: r = correlate<double>(ref, mov, o); break;
-    }
+    const kxPhaseCorrelation r =
+        withPixelType(t, [&](auto pixel) { return correlate<decltype(pixel)>(ref, mov, o); });
     return py::make_tuple(r.dx, r.dy, r.confidence);
 }
 
@@ -758,11 +745,8 @@ py::array removeTexture(const py::object& image, long maxPeaks)
     py::array a = asImageArray(image, "image");
     kxTextureRemovalOptions o;
     o.search.maxComponents = maxPeaks;
-    switch (pixelTypeOf(a, "image")) {
-    case PixelType::u8: return removeTextureT<std::uint8_t>(a, o);
-    case PixelType::u16: return removeTextureT<std::uint16_t>(a, o);
-    default: return removeTextureT<double>(a, o);
-    }
+    return withPixelType(pixelTypeOf(a, "image"),
+                         [&](auto pixel) -> py::array { return removeTextureT<decltype(pixel)>(a, o); });
 }
 
 PYBIND11_MODULE(_kxfreq, m)
