@@ -1,7 +1,10 @@
-// The two 2-D entry points: a row pass, a transpose, a pass over the former
-// columns, and a transpose back.
+// The two 2-D entry points. The scalar engine runs a row pass, a transpose,
+// a pass over the former columns and a transpose back. A vectorised variant
+// runs the same row and column transforms on groups of rows and of adjacent
+// columns, reading the columns where they are, so it needs no transpose.
 #include "fft/engine/engine.h"
 #include "fft/engine/kernel.h"
+#include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
 
@@ -13,14 +16,15 @@
 
 namespace {
 
-// A float array whose working pointer is rounded up to 16 bytes, like the
-// frequency buffer's own store.
+// A float array whose working pointer is rounded up to `Alignment` bytes
+// (16: like the frequency buffer's own store).
+template <std::size_t Alignment>
 class AlignedScratch {
 public:
-    explicit AlignedScratch(std::size_t floats) : store_(floats + 7)
+    explicit AlignedScratch(std::size_t floats) : store_(floats + Alignment / sizeof(float) - 1)
     {
         std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.data());
-        address = (address + 15) & ~static_cast<std::uintptr_t>(15);
+        address = (address + Alignment - 1) & ~static_cast<std::uintptr_t>(Alignment - 1);
         data_ = reinterpret_cast<float*>(address);
     }
     float* data() { return data_; }
@@ -32,13 +36,13 @@ private:
 
 // The working tables of one call, released on every exit.
 struct Workspace {
-    Workspace(int width, int height, int rotationSign)
+    Workspace(int width, int height, int rotationSign, bool transposes = true)
         : rotation(rotationSign), bitReverse(2 * static_cast<std::size_t>(std::max(width, height)))
     {
         // Non-square matrices are transposed out of place; a single row or
         // column needs no transpose at all.
-        if (width != height && width != 1 && height != 1)
-            scratch = std::make_unique<AlignedScratch>(static_cast<std::size_t>(width) * height * 2);
+        if (transposes && width != height && width != 1 && height != 1)
+            scratch = std::make_unique<AlignedScratch<16>>(static_cast<std::size_t>(width) * height * 2);
     }
 
     // Builds the bit-reversal table for n unless it is already built for n.
@@ -53,7 +57,7 @@ struct Workspace {
     kf_RotationTable rotation;
     std::vector<std::int32_t> bitReverse;
     int tableLength = 0;
-    std::unique_ptr<AlignedScratch> scratch;
+    std::unique_ptr<AlignedScratch<16>> scratch;
 };
 
 // Transforms rows [0, rowCount) of `matrix` (rows of n elements) for which
@@ -93,20 +97,28 @@ void kf_BitReverseTable(std::int32_t* table, int n)
     }
 }
 
-void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi)
+namespace {
+
+// Rows of a complex matrix whose centred index lies inside [bandLo, bandHi]:
+// storage row r has centred index r + half below half, r - half above.
+struct BandRows {
+    int half, bandLo, bandHi;
+    bool operator()(int r) const
+    {
+        if (r < half)
+            return !(r < bandLo - half || r > bandHi - half);
+        return !(r < bandLo + half || r > bandHi + half);
+    }
+};
+
+void scalarComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi)
 {
     const int width = static_cast<int>(size.x());
     const int height = static_cast<int>(size.y());
     Workspace work(width, height, 1);
 
-    // Row pass, skipping rows whose centred index is outside the band:
-    // storage row r has centred index r + half below half, r - half above.
-    const int half = height / 2;
-    transformRows(data, width, height, direction, work, [&](int r) {
-        if (r < half)
-            return !(r < bandLo - half || r > bandHi - half);
-        return !(r < bandLo + half || r > bandHi + half);
-    });
+    // Row pass, skipping rows whose centred index is outside the band.
+    transformRows(data, width, height, direction, work, BandRows{height / 2, bandLo, bandHi});
 
     float* current = data;
     if (work.scratch) {
@@ -124,50 +136,21 @@ void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, 
         kf_TransposeSquareBanded(data, width, 0, width);
 }
 
-namespace {
-
-// Turns the half-length complex transform of a packed real row into the
-// row's spectrum for frequencies 0 .. 2n (the standard untangling of the two
-// interleaved half-sequences). d is addressed 1-based: d(1) is the row's
-// first float.
-void untangleRealRow(float* row, int n, int direction, float c1, float c2, float wpr, float wpi)
+// The untangling constants of rows of `width` packed reals.
+kf_RealRowConstants realRowConstants(int width, int direction)
 {
-    auto d = [row](int i) -> float& { return row[i - 1]; };
-    float wr = 1.0f + wpr;
-    float wi = wpi;
-    const int np3 = 2 * n + 3;
-    for (int i = 2; i <= n / 2; ++i) {
-        const int i1 = 2 * i - 1, i2 = 2 * i, i3 = np3 - i2, i4 = i3 + 1;
-        const float h1r = c1 * (d(i1) + d(i3));
-        const float h1i = c1 * (d(i2) - d(i4));
-        const float h2r = -c2 * (d(i2) + d(i4));
-        const float h2i = c2 * (d(i1) - d(i3));
-        d(i1) = h1r + wr * h2r - wi * h2i;
-        d(i2) = h1i + wr * h2i + wi * h2r;
-        d(i3) = h1r - wr * h2r + wi * h2i;
-        d(i4) = -h1i + wr * h2i + wi * h2r;
-        const float wtemp = wr;
-        wr = wr + (wr * wpr - wi * wpi);
-        wi = wi + (wi * wpr + wtemp * wpi);
-    }
-    // Element n/2 is its own partner.
-    d(n + 2) = -d(n + 2);
-    // Zero frequency at complex index 0, Nyquist at complex index n.
-    const float h1r = d(1);
-    if (direction >= 1) {
-        d(1) = h1r + d(2);
-        d(2 * n + 1) = h1r - d(2);
-    } else {
-        d(1) = c1 * (h1r + d(2));
-        d(2 * n + 1) = c1 * (h1r - d(2));
-    }
-    d(2) = 0.0f;
-    d(2 * n + 2) = 0.0f;
+    const int n = width / 2;
+    const float theta = static_cast<float>(direction >= 1 ? 3.141592653589793 / n : -(3.141592653589793 / n));
+    const float wtemp = std::sin(0.5f * theta);
+    kf_RealRowConstants k;
+    k.c1 = 0.5f;
+    k.c2 = direction >= 1 ? -0.5f : 0.5f;
+    k.wpr = -2.0f * wtemp * wtemp;
+    k.wpi = -std::sin(theta);
+    return k;
 }
 
-}  // namespace
-
-void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/, int /*bandHi*/)
+void scalarRealFFT2D(float* data, kxPair<long> size, int direction)
 {
     const int width = static_cast<int>(size.x());
     const int height = static_cast<int>(size.y());
@@ -176,20 +159,14 @@ void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/,
     if (width > 1) {
         // Each row's W real samples are read as n = W/2 complex values.
         const int n = width / 2;
-        const float c1 = 0.5f;
-        const float c2 = direction >= 1 ? -0.5f : 0.5f;
-        const float theta = static_cast<float>(direction >= 1 ? 3.141592653589793 / n
-                                                              : -(3.141592653589793 / n));
-        const float wtemp = std::sin(0.5f * theta);
-        const float wpr = -2.0f * wtemp * wtemp;
-        const float wpi = -std::sin(theta);
+        const kf_RealRowConstants k = realRowConstants(width, direction);
         work.prepareRows(n);
         for (int r = 0; r < height; ++r) {
             if (r % 16 == 0)
                 kxAttention::check();
             float* row = data + 2 * static_cast<std::size_t>(r) * width;
             kf_SplitRadixRow<float>(row, n, direction, work.rotation, work.bitReverse.data());
-            untangleRealRow(row, n, direction, c1, c2, wpr, wpi);
+            kf_UntangleRealRow<float>(row, n, direction, k.c1, k.c2, k.wpr, k.wpi);
         }
     }
 
@@ -210,6 +187,155 @@ void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/,
         kf_TransposeSquare(data, width, false);
 
     kf_FillConjugateHalf(data, size);
+}
+
+// The vectorised drivers. They poll where the scalar engine polls: before
+// every kept line whose index is a multiple of 16, and once between the
+// passes (and after the last) wherever the scalar engine's transpose polls.
+
+// The widest lane width of `widths` not above `lines`, or nullptr.
+const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
+{
+    for (; widths->lanes != 0; ++widths)
+        if (widths->lanes <= lines)
+            return widths;
+    return nullptr;
+}
+
+// Scratch for one group of lines of up to n elements (n + 1 for the real
+// rows), for the widest lanes.
+std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16; }
+
+// Transforms `lineCount` lines of n elements laid out as in `group` (base,
+// strides, direction, tables and scratch set), in groups, for those lines
+// that `keep` accepts. `scalarLine` transforms a line alone.
+template <typename Keep, typename GroupRun, typename ScalarLine>
+void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
+              ScalarLine scalarLine)
+{
+    float* const base = group.base;
+    for (int first = 0; first < lineCount;) {
+        const kf_LaneWidth* width = widestFor(widths, lineCount - first);
+        const int lanes = width ? width->lanes : 1;
+        unsigned kept = 0;
+        bool poll = false;
+        for (int l = 0; l < lanes; ++l)
+            if (keep(first + l)) {
+                kept |= 1u << l;
+                poll = poll || (first + l) % 16 == 0;
+            }
+        if (kept != 0) {
+            if (poll)
+                kxAttention::check();
+            group.base = base + first * group.lineStride;
+            group.keep = kept;
+            if (width)
+                runGroup(*width, group);
+            else
+                scalarLine(group.base);
+        }
+        first += lanes;
+    }
+}
+
+// One column of n elements (element stride `stride` floats), transformed by
+// the scalar kernel through the scratch.
+void scalarColumn(float* column, long stride, int n, int direction, Workspace& work, float* scratch)
+{
+    for (int e = 0; e < n; ++e) {
+        scratch[2 * e] = column[e * stride];
+        scratch[2 * e + 1] = column[e * stride + 1];
+    }
+    kf_SplitRadixRow<float>(scratch, n, direction, work.rotation, work.bitReverse.data());
+    for (int e = 0; e < n; ++e) {
+        column[e * stride] = scratch[2 * e];
+        column[e * stride + 1] = scratch[2 * e + 1];
+    }
+}
+
+// The column pass over columns [0, columnCount) of a width x height matrix.
+void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int height, int columnCount,
+                   int direction, Workspace& work, float* scratch)
+{
+    work.prepareRows(height);
+    kf_LineGroup group{data, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(), scratch};
+    runLines(
+        widths, group, columnCount, [](int) { return true; },
+        [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        [&](float* column) { scalarColumn(column, 2L * width, height, direction, work, scratch); });
+}
+
+void vectorComplexFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int direction,
+                        int bandLo, int bandHi)
+{
+    Workspace work(width, height, 1, false);
+    AlignedScratch<64> scratch(groupScratchFloats(std::max(width, height)));
+    const bool transposePolls = width >= 4 && height >= 4;
+
+    work.prepareRows(width);
+    kf_LineGroup rows{data, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
+                      scratch.data()};
+    runLines(
+        widths, rows, height, BandRows{height / 2, bandLo, bandHi},
+        [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        [&](float* row) {
+            kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse.data());
+        });
+    if (transposePolls)
+        kxAttention::check();
+    vectorColumns(widths, data, width, height, width, direction, work, scratch.data());
+    if (transposePolls)
+        kxAttention::check();
+}
+
+void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int direction)
+{
+    Workspace work(width, height, direction, false);
+    AlignedScratch<64> scratch(groupScratchFloats(std::max(width, height)));
+    const bool transposePolls = width == height ? width >= 8 : width >= 4 && height >= 4;
+
+    if (width > 1) {
+        const int n = width / 2;
+        const kf_RealRowConstants k = realRowConstants(width, direction);
+        work.prepareRows(n);
+        kf_LineGroup rows{data, 2, 2L * width, n, direction, 0, &work.rotation, work.bitReverse.data(),
+                          scratch.data()};
+        runLines(
+            widths, rows, height, [](int) { return true; },
+            [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
+            [&](float* row) {
+                kf_SplitRadixRow<float>(row, n, direction, work.rotation, work.bitReverse.data());
+                kf_UntangleRealRow<float>(row, n, direction, k.c1, k.c2, k.wpr, k.wpi);
+            });
+    }
+    if (transposePolls)
+        kxAttention::check();
+    // Only columns 0 .. W/2 hold the non-redundant half.
+    vectorColumns(widths, data, width, height, width / 2 + 1, direction, work, scratch.data());
+    if (transposePolls)
+        kxAttention::check();
+    kf_FillConjugateHalf(data, kxPair<long>(width, height));
+}
+
+}  // namespace
+
+void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths)
+        vectorComplexFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), direction,
+                           bandLo, bandHi);
+    else
+        scalarComplexFFT2D(data, size, direction, bandLo, bandHi);
+}
+
+void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/, int /*bandHi*/)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths)
+        vectorRealFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), direction);
+    else
+        scalarRealFFT2D(data, size, direction);
 }
 
 void kf_FillConjugateHalf(float* data, kxPair<long> size)

@@ -1,0 +1,94 @@
+#pragma once
+// Internal: a group of lines transformed together on a lane type, each lane
+// holding one line. Included only by the variant files; everything here is a
+// template on the lane type, whose namespace differs from variant to
+// variant, so no instantiation is shared between instruction sets.
+//
+// A lane type provides: its width; construction from one float (every lane
+// the same); +, - and * between lanes, * with a float on either side, and
+// unary -, each one lane-wise IEEE operation; load and store of `width`
+// floats at a 64-byte aligned address; deinterleave (2 x width floats
+// holding (re, im) pairs into a lane of reals and one of imaginaries) and
+// interleave, its inverse.
+#include "fft/engine/kernel.h"
+#include "fft/engine/variants.h"
+
+template <typename Lane>
+void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
+{
+    constexpr int L = Lane::width;
+    if (group.lineStride == 2) {
+        // Adjacent columns: one element of every line is 2L floats in a row.
+        for (int e = 0; e < elements; ++e)
+            Lane::deinterleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+        return;
+    }
+    // Rows: L x L blocks of floats are transposed through a small table.
+    alignas(64) float table[L * L];
+    const int floats = 2 * elements;
+    for (int f0 = 0; f0 < floats; f0 += L) {
+        const int count = floats - f0 < L ? floats - f0 : L;
+        for (int l = 0; l < L; ++l) {
+            const float* from = group.base + l * group.lineStride + f0 * (group.elementStride / 2);
+            for (int f = 0; f < count; ++f)
+                table[f * L + l] = from[f];
+        }
+        for (int f = 0; f < count; ++f)
+            lanes[f0 + f] = Lane::load(table + f * L);
+    }
+}
+
+template <typename Lane>
+void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
+{
+    constexpr int L = Lane::width;
+    constexpr unsigned all = L >= 32 ? ~0u : (1u << L) - 1u;
+    if (group.lineStride == 2 && (group.keep & all) == all) {
+        for (int e = 0; e < elements; ++e)
+            Lane::interleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+        return;
+    }
+    alignas(64) float table[L * L];
+    const int floats = 2 * elements;
+    for (int f0 = 0; f0 < floats; f0 += L) {
+        const int count = floats - f0 < L ? floats - f0 : L;
+        for (int f = 0; f < count; ++f)
+            lanes[f0 + f].store(table + f * L);
+        for (int l = 0; l < L; ++l) {
+            if (!(group.keep & (1u << l)))
+                continue;
+            if (group.lineStride == 2) {
+                // A partial group of columns: element by element.
+                for (int f = 0; f < count; ++f)
+                    group.base[(f0 + f) / 2 * group.elementStride + (f0 + f) % 2 + 2 * l] = table[f * L + l];
+                continue;
+            }
+            float* to = group.base + l * group.lineStride + f0;
+            for (int f = 0; f < count; ++f)
+                to[f] = table[f * L + l];
+        }
+    }
+}
+
+template <typename Lane>
+void kf_ComplexLines(const kf_LineGroup& group)
+{
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    kf_GatherLines(group, lanes, group.n);
+    kf_SplitRadixRow<Lane>(lanes, group.n, group.direction, *group.rotation, group.bitReverse);
+    kf_ScatterLines(group, lanes, group.n);
+}
+
+template <typename Lane>
+void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
+{
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    const int n = group.n;
+    kf_GatherLines(group, lanes, n);
+    // The untangling writes element n and, for n = 1, reads it first.
+    lanes[2 * n] = Lane(0.0f);
+    lanes[2 * n + 1] = Lane(0.0f);
+    kf_SplitRadixRow<Lane>(lanes, n, group.direction, *group.rotation, group.bitReverse);
+    kf_UntangleRealRow<Lane>(lanes, n, group.direction, k.c1, k.c2, k.wpr, k.wpi);
+    kf_ScatterLines(group, lanes, n + 1);
+}
