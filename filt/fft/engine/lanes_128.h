@@ -14,6 +14,11 @@ struct kf_Lane128 {
 
     static kf_Lane128 load(const float* p) { return kf_Lane128(_mm_load_ps(p)); }
     void store(float* p) const { _mm_store_ps(p, v); }
+    static kf_Lane128 loadu(const float* p) { return kf_Lane128(_mm_loadu_ps(p)); }
+    void storeu(float* p) const { _mm_storeu_ps(p, v); }
+
+    // Transposes the 4 x 4 matrix whose rows are v[0..3].
+    static void transpose(kf_Lane128* r) { _MM_TRANSPOSE4_PS(r[0].v, r[1].v, r[2].v, r[3].v); }
 
     static void deinterleave(const float* p, kf_Lane128& re, kf_Lane128& im)
     {

@@ -14,6 +14,32 @@ struct kf_Lane256 {
 
     static kf_Lane256 load(const float* p) { return kf_Lane256(_mm256_load_ps(p)); }
     void store(float* p) const { _mm256_store_ps(p, v); }
+    static kf_Lane256 loadu(const float* p) { return kf_Lane256(_mm256_loadu_ps(p)); }
+    void storeu(float* p) const { _mm256_storeu_ps(p, v); }
+
+    // Transposes the 8 x 8 matrix whose rows are r[0..7].
+    static void transpose(kf_Lane256* r)
+    {
+        __m256 t[8];
+        for (int i = 0; i < 4; ++i) {
+            t[2 * i] = _mm256_unpacklo_ps(r[2 * i].v, r[2 * i + 1].v);
+            t[2 * i + 1] = _mm256_unpackhi_ps(r[2 * i].v, r[2 * i + 1].v);
+        }
+        // q[4i + j], 128-bit half k: rows 4i .. 4i + 3 of column 4k + j.
+        __m256 q[8];
+        for (int i = 0; i < 2; ++i) {
+            const __m256d a = _mm256_castps_pd(t[4 * i]), b = _mm256_castps_pd(t[4 * i + 2]);
+            const __m256d c = _mm256_castps_pd(t[4 * i + 1]), d = _mm256_castps_pd(t[4 * i + 3]);
+            q[4 * i] = _mm256_castpd_ps(_mm256_unpacklo_pd(a, b));
+            q[4 * i + 1] = _mm256_castpd_ps(_mm256_unpackhi_pd(a, b));
+            q[4 * i + 2] = _mm256_castpd_ps(_mm256_unpacklo_pd(c, d));
+            q[4 * i + 3] = _mm256_castpd_ps(_mm256_unpackhi_pd(c, d));
+        }
+        for (int j = 0; j < 4; ++j) {
+            r[j].v = _mm256_permute2f128_ps(q[j], q[4 + j], 0x20);
+            r[4 + j].v = _mm256_permute2f128_ps(q[j], q[4 + j], 0x31);
+        }
+    }
 
     static void deinterleave(const float* p, kf_Lane256& re, kf_Lane256& im)
     {

@@ -14,6 +14,38 @@ struct kf_Lane512 {
 
     static kf_Lane512 load(const float* p) { return kf_Lane512(_mm512_load_ps(p)); }
     void store(float* p) const { _mm512_store_ps(p, v); }
+    static kf_Lane512 loadu(const float* p) { return kf_Lane512(_mm512_loadu_ps(p)); }
+    void storeu(float* p) const { _mm512_storeu_ps(p, v); }
+
+    // Transposes the 16 x 16 matrix whose rows are r[0..15].
+    static void transpose(kf_Lane512* r)
+    {
+        __m512 t[16];
+        for (int i = 0; i < 8; ++i) {
+            t[2 * i] = _mm512_unpacklo_ps(r[2 * i].v, r[2 * i + 1].v);
+            t[2 * i + 1] = _mm512_unpackhi_ps(r[2 * i].v, r[2 * i + 1].v);
+        }
+        // q[4i + j], 128-bit quarter k: rows 4i .. 4i + 3 of column 4k + j.
+        __m512 q[16];
+        for (int i = 0; i < 4; ++i) {
+            const __m512d a = _mm512_castps_pd(t[4 * i]), b = _mm512_castps_pd(t[4 * i + 2]);
+            const __m512d c = _mm512_castps_pd(t[4 * i + 1]), d = _mm512_castps_pd(t[4 * i + 3]);
+            q[4 * i] = _mm512_castpd_ps(_mm512_unpacklo_pd(a, b));
+            q[4 * i + 1] = _mm512_castpd_ps(_mm512_unpackhi_pd(a, b));
+            q[4 * i + 2] = _mm512_castpd_ps(_mm512_unpacklo_pd(c, d));
+            q[4 * i + 3] = _mm512_castpd_ps(_mm512_unpackhi_pd(c, d));
+        }
+        for (int j = 0; j < 4; ++j) {
+            const __m512 a = _mm512_shuffle_f32x4(q[j], q[4 + j], 0x88);
+            const __m512 b = _mm512_shuffle_f32x4(q[j], q[4 + j], 0xDD);
+            const __m512 c = _mm512_shuffle_f32x4(q[8 + j], q[12 + j], 0x88);
+            const __m512 d = _mm512_shuffle_f32x4(q[8 + j], q[12 + j], 0xDD);
+            r[j].v = _mm512_shuffle_f32x4(a, c, 0x88);
+            r[4 + j].v = _mm512_shuffle_f32x4(b, d, 0x88);
+            r[8 + j].v = _mm512_shuffle_f32x4(a, c, 0xDD);
+            r[12 + j].v = _mm512_shuffle_f32x4(b, d, 0xDD);
+        }
+    }
 
     static void deinterleave(const float* p, kf_Lane512& re, kf_Lane512& im)
     {

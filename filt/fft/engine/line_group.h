@@ -23,13 +23,23 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
             Lane::deinterleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
         return;
     }
-    // Rows: L x L blocks of floats are transposed through a small table.
-    alignas(64) float table[L * L];
+    // Rows: L x L blocks of floats transposed in registers, a shorter tail
+    // through a small table.
     const int floats = 2 * elements;
-    for (int f0 = 0; f0 < floats; f0 += L) {
+    int f0 = 0;
+    for (; f0 + L <= floats; f0 += L) {
+        Lane block[L];
+        for (int l = 0; l < L; ++l)
+            block[l] = Lane::loadu(group.base + l * group.lineStride + f0);
+        Lane::transpose(block);
+        for (int f = 0; f < L; ++f)
+            lanes[f0 + f] = block[f];
+    }
+    alignas(64) float table[L * L];
+    for (; f0 < floats; f0 += L) {
         const int count = floats - f0 < L ? floats - f0 : L;
         for (int l = 0; l < L; ++l) {
-            const float* from = group.base + l * group.lineStride + f0 * (group.elementStride / 2);
+            const float* from = group.base + l * group.lineStride + f0;
             for (int f = 0; f < count; ++f)
                 table[f * L + l] = from[f];
         }
@@ -48,9 +58,20 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
             Lane::interleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
         return;
     }
-    alignas(64) float table[L * L];
     const int floats = 2 * elements;
-    for (int f0 = 0; f0 < floats; f0 += L) {
+    int f0 = 0;
+    if (group.lineStride != 2)
+        for (; f0 + L <= floats; f0 += L) {
+            Lane block[L];
+            for (int f = 0; f < L; ++f)
+                block[f] = lanes[f0 + f];
+            Lane::transpose(block);
+            for (int l = 0; l < L; ++l)
+                if (group.keep & (1u << l))
+                    block[l].storeu(group.base + l * group.lineStride + f0);
+        }
+    alignas(64) float table[L * L];
+    for (; f0 < floats; f0 += L) {
         const int count = floats - f0 < L ? floats - f0 : L;
         for (int f = 0; f < count; ++f)
             lanes[f0 + f].store(table + f * L);
