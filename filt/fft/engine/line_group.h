@@ -18,9 +18,17 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
 {
     constexpr int L = Lane::width;
     if (group.lineStride == 2) {
-        // Adjacent columns: one element of every line is 2L floats in a row.
-        for (int e = 0; e < elements; ++e)
+        // Adjacent columns: one element of every line is 2L floats in a row,
+        // fetched some rows ahead (the hardware does not follow such strides).
+        constexpr int ahead = 8;
+        for (int e = 0; e < elements; ++e) {
+            if (e + ahead < elements) {
+                const char* next = reinterpret_cast<const char*>(group.base + (e + ahead) * group.elementStride);
+                __builtin_prefetch(next);
+                __builtin_prefetch(next + 8 * L - 1);
+            }
             Lane::deinterleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+        }
         return;
     }
     // Rows: L x L blocks of floats transposed in registers, a shorter tail
@@ -54,8 +62,15 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
     constexpr int L = Lane::width;
     constexpr unsigned all = L >= 32 ? ~0u : (1u << L) - 1u;
     if (group.lineStride == 2 && (group.keep & all) == all) {
-        for (int e = 0; e < elements; ++e)
+        constexpr int ahead = 8;
+        for (int e = 0; e < elements; ++e) {
+            if (e + ahead < elements) {
+                const char* next = reinterpret_cast<const char*>(group.base + (e + ahead) * group.elementStride);
+                __builtin_prefetch(next, 1);
+                __builtin_prefetch(next + 8 * L - 1, 1);
+            }
             Lane::interleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+        }
         return;
     }
     const int floats = 2 * elements;
