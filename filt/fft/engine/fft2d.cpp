@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -207,13 +208,14 @@ const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
 std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16; }
 
 // Transforms `lineCount` lines of n elements laid out as in `group` (base,
-// strides, direction, tables and scratch set), in groups, for those lines
-// that `keep` accepts. `scalarLine` transforms a line alone.
+// source, strides, direction, tables and scratch set), in groups, for those
+// lines that `keep` accepts. `scalarLine(index)` transforms a line alone.
 template <typename Keep, typename GroupRun, typename ScalarLine>
 void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
               ScalarLine scalarLine)
 {
     float* const base = group.base;
+    const float* const source = group.source;
     for (int first = 0; first < lineCount;) {
         const kf_LaneWidth* width = widestFor(widths, lineCount - first);
         const int lanes = width ? width->lanes : 1;
@@ -228,11 +230,12 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
             if (poll)
                 kxAttention::check();
             group.base = base + first * group.lineStride;
+            group.source = source ? source + first * group.lineStride : nullptr;
             group.keep = kept;
             if (width)
                 runGroup(*width, group);
             else
-                scalarLine(group.base);
+                scalarLine(first);
         }
         first += lanes;
     }
@@ -258,27 +261,39 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                    int direction, Workspace& work, float* scratch)
 {
     work.prepareRows(height);
-    kf_LineGroup group{data, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(), scratch};
+    kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(),
+                       scratch};
     runLines(
         widths, group, columnCount, [](int) { return true; },
         [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
-        [&](float* column) { scalarColumn(column, 2L * width, height, direction, work, scratch); });
+        [&](int c) { scalarColumn(data + 2 * c, 2L * width, height, direction, work, scratch); });
 }
 
-void vectorComplexFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int direction,
-                        int bandLo, int bandHi)
+// source: nullptr in place, otherwise the matrix the row pass reads.
+void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* data, int width, int height,
+                        int direction, int bandLo, int bandHi)
 {
     Workspace work(width, height, 1, false);
     AlignedScratch<64> scratch(groupScratchFloats(std::max(width, height)));
     const bool transposePolls = width >= 4 && height >= 4;
+    const BandRows band{height / 2, bandLo, bandHi};
+    const std::size_t rowFloats = 2 * static_cast<std::size_t>(width);
+
+    // Rows the row pass skips are copied as they are.
+    if (source)
+        for (int r = 0; r < height; ++r)
+            if (!band(r))
+                std::memcpy(data + r * rowFloats, source + r * rowFloats, rowFloats * sizeof(float));
 
     work.prepareRows(width);
-    kf_LineGroup rows{data, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
+    kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
                       scratch.data()};
     runLines(
-        widths, rows, height, BandRows{height / 2, bandLo, bandHi},
-        [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
-        [&](float* row) {
+        widths, rows, height, band, [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        [&](int r) {
+            float* row = data + r * rowFloats;
+            if (source)
+                std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
             kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse.data());
         });
     if (transposePolls)
@@ -298,12 +313,13 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
         const int n = width / 2;
         const kf_RealRowConstants k = realRowConstants(width, direction);
         work.prepareRows(n);
-        kf_LineGroup rows{data, 2, 2L * width, n, direction, 0, &work.rotation, work.bitReverse.data(),
+        kf_LineGroup rows{data, nullptr, 2, 2L * width, n, direction, 0, &work.rotation, work.bitReverse.data(),
                           scratch.data()};
         runLines(
             widths, rows, height, [](int) { return true; },
             [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
-            [&](float* row) {
+            [&](int r) {
+                float* row = data + 2 * static_cast<std::size_t>(r) * width;
                 kf_SplitRadixRow<float>(row, n, direction, work.rotation, work.bitReverse.data());
                 kf_UntangleRealRow<float>(row, n, direction, k.c1, k.c2, k.wpr, k.wpi);
             });
@@ -323,10 +339,23 @@ void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, 
 {
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths)
-        vectorComplexFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), direction,
-                           bandLo, bandHi);
+        vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                           direction, bandLo, bandHi);
     else
         scalarComplexFFT2D(data, size, direction, bandLo, bandHi);
+}
+
+void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, int direction, int bandLo,
+                         int bandHi)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorComplexFFT2D(variant.widths, source, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                           direction, bandLo, bandHi);
+    } else {
+        std::memcpy(data, source, 2 * static_cast<std::size_t>(size.x()) * size.y() * sizeof(float));
+        scalarComplexFFT2D(data, size, direction, bandLo, bandHi);
+    }
 }
 
 void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/, int /*bandHi*/)

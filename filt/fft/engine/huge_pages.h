@@ -5,6 +5,9 @@
 // far fewer TLB entries. Elsewhere this is a plain allocation.
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
 #include <vector>
 
 #ifdef __linux__
@@ -39,3 +42,27 @@ inline void kf_AllocateZeroed(std::vector<float>& store, std::size_t count)
     kf_AdviseHugePages(store.data(), count * sizeof(float));
     store.resize(count);
 }
+
+// A float working area, not initialised: 2 MiB-aligned and advised for huge
+// pages from kf_HugePageThreshold on, 64-byte aligned below. Released with
+// the object.
+class kf_WorkArea {
+public:
+    explicit kf_WorkArea(std::size_t floats)
+    {
+        std::size_t bytes = floats * sizeof(float);
+        const std::size_t alignment = bytes >= kf_HugePageThreshold ? std::size_t(1) << 21 : 64;
+        bytes = (bytes + alignment - 1) / alignment * alignment;
+        store_.reset(static_cast<float*>(std::aligned_alloc(alignment, bytes)));
+        if (!store_)
+            throw std::bad_alloc();
+        kf_AdviseHugePages(store_.get(), bytes);
+    }
+    float* data() const { return store_.get(); }
+
+private:
+    struct Free {
+        void operator()(float* p) const { std::free(p); }
+    };
+    std::unique_ptr<float, Free> store_;
+};

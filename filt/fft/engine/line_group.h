@@ -17,17 +17,18 @@ template <typename Lane>
 void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
 {
     constexpr int L = Lane::width;
+    const float* from = group.source ? group.source : group.base;
     if (group.lineStride == 2) {
-        // Adjacent columns: one element of every line is 2L floats in a row,
+        // Adjacent columns (or rows of one element): one element of every line is 2L floats in a row,
         // fetched some rows ahead (the hardware does not follow such strides).
         constexpr int ahead = 8;
         for (int e = 0; e < elements; ++e) {
             if (e + ahead < elements) {
-                const char* next = reinterpret_cast<const char*>(group.base + (e + ahead) * group.elementStride);
+                const char* next = reinterpret_cast<const char*>(from + (e + ahead) * group.elementStride);
                 __builtin_prefetch(next);
                 __builtin_prefetch(next + 8 * L - 1);
             }
-            Lane::deinterleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+            Lane::deinterleave(from + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
         }
         return;
     }
@@ -38,7 +39,7 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
     for (; f0 + L <= floats; f0 += L) {
         Lane block[L];
         for (int l = 0; l < L; ++l)
-            block[l] = Lane::loadu(group.base + l * group.lineStride + f0);
+            block[l] = Lane::loadu(from + l * group.lineStride + f0);
         Lane::transpose(block);
         for (int f = 0; f < L; ++f)
             lanes[f0 + f] = block[f];
@@ -47,9 +48,8 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
     for (; f0 < floats; f0 += L) {
         const int count = floats - f0 < L ? floats - f0 : L;
         for (int l = 0; l < L; ++l) {
-            const float* from = group.base + l * group.lineStride + f0;
             for (int f = 0; f < count; ++f)
-                table[f * L + l] = from[f];
+                table[f * L + l] = from[l * group.lineStride + f0 + f];
         }
         for (int f = 0; f < count; ++f)
             lanes[f0 + f] = Lane::load(table + f * L);

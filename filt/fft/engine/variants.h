@@ -17,6 +17,7 @@ struct kf_RotationTable;
 // its imaginary part just after it.
 struct kf_LineGroup {
     float* base;
+    const float* source;       // where the lines are read from; nullptr: base
     long elementStride;
     long lineStride;
     int n;                     // elements per line transformed
