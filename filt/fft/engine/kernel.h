@@ -6,8 +6,20 @@
 #include <cmath>
 #include <cstdint>
 
-// Always use std:: maths on an explicit type here: float and double must not
-// mix by accident inside the kernel.
+// Always use std:: for <cmath> functions: float and double must not mix by
+// accident inside the kernel, so an unqualified call of one of these on a
+// float does not compile here.
+template <typename T> T cos(T) = delete;
+template <typename T> T sin(T) = delete;
+template <typename T> T tan(T) = delete;
+template <typename T> T sqrt(T) = delete;
+template <typename T> T exp(T) = delete;
+template <typename T> T log(T) = delete;
+template <typename T> T atan2(T, T) = delete;
+template <typename T> T pow(T, T) = delete;
+template <typename T> T fabs(T) = delete;
+template <typename T> T floor(T) = delete;
+template <typename T> T ceil(T) = delete;
 //
 // Everything here is either a template on the lane type or has internal
 // linkage: the vectorised variants include this header from files compiled
