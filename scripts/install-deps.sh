@@ -3,6 +3,8 @@
 # and that are not there yet. Safe to run again.
 set -euo pipefail
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev)
+# objdump, for the test that no fused multiply-add is in the library.
+needed+=(binutils)
 missing=()
 for p in "${needed[@]}"; do
   dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")
