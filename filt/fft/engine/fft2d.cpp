@@ -12,6 +12,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 #include <memory>
 #include <vector>
 
@@ -376,7 +380,17 @@ void kf_FillConjugateHalf(float* data, kxPair<long> size)
         const long partnerRow = (height - r) % height;
         float* row = data + 2 * r * width;
         const float* partner = data + 2 * partnerRow * width;
-        for (long k = 1; k < width / 2; ++k) {
+        long k = 1;
+#ifdef __SSE2__
+        // Two elements at a time: the imaginary parts' signs flipped (as the
+        // negation below does) and the pair's order reversed.
+        const __m128 imaginarySigns = _mm_castsi128_ps(_mm_set_epi32(INT32_MIN, 0, INT32_MIN, 0));
+        for (; k + 1 < width / 2; k += 2) {
+            const __m128 pair = _mm_xor_ps(_mm_loadu_ps(partner + 2 * k), imaginarySigns);
+            _mm_storeu_ps(row + 2 * (width - k - 1), _mm_shuffle_ps(pair, pair, _MM_SHUFFLE(1, 0, 3, 2)));
+        }
+#endif
+        for (; k < width / 2; ++k) {
             row[2 * (width - k)] = partner[2 * k];
             row[2 * (width - k) + 1] = -partner[2 * k + 1];
         }
