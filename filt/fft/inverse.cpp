@@ -10,6 +10,7 @@
 #include "fft/buffer_access.h"
 #include "fft/engine/engine.h"
 #include "fft/engine/huge_pages.h"
+#include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
@@ -200,6 +201,28 @@ void forEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Visit 
             visit(row[2 * x], row[2 * x + 1], out[x]);
 }
 
+// The engine variant's own conversion of magnitudes to pixels, row by row,
+// when it has one: the same values as the loops below.
+bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned char>& image, float s)
+{
+    const kf_Magnitudes8 convert = kf_ActiveEngineVariant().magnitudes8;
+    if (!convert)
+        return false;
+    for (long y = 0; y < view.h; ++y)
+        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    return true;
+}
+
+bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned short>& image, float s)
+{
+    const kf_Magnitudes16 convert = kf_ActiveEngineVariant().magnitudes16;
+    if (!convert)
+        return false;
+    for (long y = 0; y < view.h; ++y)
+        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    return true;
+}
+
 // Pixel conversion of a magnitude, per pixel type. Integer pixels truncate
 // toward zero and keep their low bits, without clamping: a value above the
 // range wraps.
@@ -213,6 +236,8 @@ struct IntegerMagnitude {
     static void fill(const SpatialView& buffer, const kxPelBuffer<Integer>& image, float s, bool scale)
     {
         if (!scale) {
+            if (fillFast(buffer, image, s))
+                return;
             forEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
                 const float m = std::sqrt(re * re + im * im) * s;
                 pixel = store(m + 0.5);

@@ -43,10 +43,19 @@ struct kf_LaneWidth {
     void (*realRows)(const kf_LineGroup& group, const kf_RealRowConstants& constants);
 };
 
+// Pixel conversion of `count` complex elements: the magnitude
+// sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
+// truncated to a 64-bit integer as the hardware does (the minimum for NaN
+// and out-of-range values), its low bits kept. nullptr: the scalar loop.
+using kf_Magnitudes8 = void (*)(const float* elements, long count, float s, unsigned char* out);
+using kf_Magnitudes16 = void (*)(const float* elements, long count, float s, unsigned short* out);
+
 struct kf_EngineVariant {
     const char* name;
     bool (*usable)();
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
+    kf_Magnitudes8 magnitudes8;
+    kf_Magnitudes16 magnitudes16;
 };
 
 #if defined(__x86_64__) || defined(_M_X64)
@@ -55,6 +64,8 @@ struct kf_EngineVariant {
 extern const kf_LaneWidth kf_Avx512Widths[4];
 extern const kf_LaneWidth kf_Avx2Widths[4];
 extern const kf_LaneWidth kf_Sse2Widths[4];
+void kf_Avx512Magnitudes8(const float* elements, long count, float s, unsigned char* out);
+void kf_Avx512Magnitudes16(const float* elements, long count, float s, unsigned short* out);
 #endif
 
 // The table, best first, scalar last, and its length.
