@@ -13,6 +13,6 @@ string(REGEX MATCHALL "[\t ](v?f(n?m(add|sub)|maddsub|msubadd)[0-9a-z]*)[\t ]" f
 if(found)
   list(REMOVE_DUPLICATES found)
   list(LENGTH found kinds)
-  message(FATAL_ERROR "${LIBRARY} holds fused multiply-add instructions (${kinds} kinds): ${found}")
+  message(FATAL_ERROR "fused-multiply-add-found (${kinds} kinds) in ${LIBRARY}: ${found}")
 endif()
 message(STATUS "no fused multiply-add in ${LIBRARY}")
