@@ -218,10 +218,13 @@ template <typename Keep, typename GroupRun, typename ScalarLine>
 void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
               ScalarLine scalarLine)
 {
+    // Rows are gathered through register transposes of lanes x lanes
+    // floats; rows shorter than that go in narrower groups.
+    const int laneLimit = group.elementStride == 2 ? 2 * group.n : lineCount;
     float* const base = group.base;
     const float* const source = group.source;
     for (int first = 0; first < lineCount;) {
-        const kf_LaneWidth* width = widestFor(widths, lineCount - first);
+        const kf_LaneWidth* width = widestFor(widths, std::min(lineCount - first, laneLimit));
         const int lanes = width ? width->lanes : 1;
         unsigned kept = 0;
         bool poll = false;
@@ -267,10 +270,27 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     work.prepareRows(height);
     kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(),
                        scratch};
-    runLines(
-        widths, group, columnCount, [](int) { return true; },
-        [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
-        [&](int c) { scalarColumn(data + 2 * c, 2L * width, height, direction, work, scratch); });
+    auto scalar = [&](int c) { scalarColumn(data + 2 * c, 2L * width, height, direction, work, scratch); };
+    auto lanes = [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); };
+    if (columnCount == width) {
+        runLines(widths, group, columnCount, [](int) { return true; }, lanes, scalar);
+        return;
+    }
+    // The real path's columns 0 .. W/2: the last one alone would go through
+    // the scalar kernel, so it goes in a group of its own whose other lanes
+    // read the columns after it (never used, never written back).
+    const int last = columnCount - 1;
+    runLines(widths, group, last, [](int) { return true; }, lanes, scalar);
+    if (last % 16 == 0)
+        kxAttention::check();
+    const kf_LaneWidth* spare = widestFor(widths, width - last);
+    if (!spare) {
+        scalar(last);
+        return;
+    }
+    group.base = data + 2 * last;
+    group.keep = 1;
+    spare->complexLines(group);
 }
 
 // source: nullptr in place, otherwise the matrix the row pass reads.
