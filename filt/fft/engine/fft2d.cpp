@@ -276,11 +276,28 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
         runLines(widths, group, columnCount, [](int) { return true; }, lanes, scalar);
         return;
     }
-    // The real path's columns 0 .. W/2: the last one alone would go through
-    // the scalar kernel, so it goes in a group of its own whose other lanes
-    // read the columns after it (never used, never written back).
+    // The real path's columns 0 .. W/2, each also written conjugated into
+    // the redundant half (kf_FillConjugateHalf's values). The last one alone
+    // would go through the scalar kernel, so it goes in a group of its own
+    // whose other lanes read the columns after it (never used, never written
+    // back); it is its own mirror image.
     const int last = columnCount - 1;
-    runLines(widths, group, last, [](int) { return true; }, lanes, scalar);
+    runLines(
+        widths, group, last, [](int) { return true; },
+        [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
+            w.realColumns(g, static_cast<int>((g.base - data) / 2), width);
+        },
+        [&](int c) {
+            scalar(c);
+            if (c < 1 || c > width / 2 - 1)
+                return;
+            for (int r = 0; r < height; ++r) {
+                const float* from = data + 2 * (static_cast<std::size_t>(r) * width + c);
+                float* to = data + 2 * (static_cast<std::size_t>((height - r) % height) * width + (width - c));
+                to[0] = from[0];
+                to[1] = -from[1];
+            }
+        });
     if (last % 16 == 0)
         kxAttention::check();
     const kf_LaneWidth* spare = widestFor(widths, width - last);
@@ -354,7 +371,9 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
     vectorColumns(widths, data, width, height, width / 2 + 1, direction, work, scratch.data());
     if (transposePolls)
         kxAttention::check();
-    kf_FillConjugateHalf(data, kxPair<long>(width, height));
+    // The conjugate half was written by the column pass; this is the poll
+    // of the scalar engine's separate sweep.
+    kxAttention::check();
 }
 
 }  // namespace

@@ -14,6 +14,8 @@ struct kf_Lane128 {
 
     static kf_Lane128 load(const float* p) { return kf_Lane128(_mm_load_ps(p)); }
     void store(float* p) const { _mm_store_ps(p, v); }
+    // The lanes in reverse order.
+    kf_Lane128 reversed() const { return kf_Lane128(_mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3))); }
     static kf_Lane128 loadu(const float* p) { return kf_Lane128(_mm_loadu_ps(p)); }
     void storeu(float* p) const { _mm_storeu_ps(p, v); }
 

@@ -14,6 +14,11 @@ struct kf_Lane256 {
 
     static kf_Lane256 load(const float* p) { return kf_Lane256(_mm256_load_ps(p)); }
     void store(float* p) const { _mm256_store_ps(p, v); }
+    // The lanes in reverse order.
+    kf_Lane256 reversed() const
+    {
+        return kf_Lane256(_mm256_permutevar8x32_ps(v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0)));
+    }
     static kf_Lane256 loadu(const float* p) { return kf_Lane256(_mm256_loadu_ps(p)); }
     void storeu(float* p) const { _mm256_storeu_ps(p, v); }
 

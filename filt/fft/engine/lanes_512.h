@@ -14,6 +14,12 @@ struct kf_Lane512 {
 
     static kf_Lane512 load(const float* p) { return kf_Lane512(_mm512_load_ps(p)); }
     void store(float* p) const { _mm512_store_ps(p, v); }
+    // The lanes in reverse order.
+    kf_Lane512 reversed() const
+    {
+        return kf_Lane512(
+            _mm512_permutexvar_ps(_mm512_setr_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0), v));
+    }
     static kf_Lane512 loadu(const float* p) { return kf_Lane512(_mm512_loadu_ps(p)); }
     void storeu(float* p) const { _mm512_storeu_ps(p, v); }
 

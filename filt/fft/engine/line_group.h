@@ -128,3 +128,47 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     kf_UntangleRealRow<Lane>(lanes, n, group.direction, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1);
 }
+
+template <typename Lane>
+void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
+{
+    constexpr int L = Lane::width;
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    const int H = group.n;
+    kf_GatherLines(group, lanes, H);
+    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse);
+    kf_ScatterLines(group, lanes, H);
+
+    // The conjugates, written while the columns are at hand. Negation is the
+    // lane's sign flip, the same bits as the scalar negation.
+    float* const data = group.base - 2 * firstColumn;
+    const long rowFloats = 2L * width;
+    if (firstColumn >= 1 && firstColumn + L - 1 <= width / 2 - 1) {
+        // Columns W - firstColumn - L + 1 .. W - firstColumn, in reverse.
+        constexpr int ahead = 8;
+        for (int r = 0; r < H; ++r) {
+            float* to = data + ((H - r) % H) * rowFloats + 2 * (width - firstColumn - L + 1);
+            if (r + ahead < H) {
+                const char* next = reinterpret_cast<const char*>(to - ahead * rowFloats);
+                __builtin_prefetch(next, 1);
+                __builtin_prefetch(next + 8 * L - 1, 1);
+            }
+            Lane::interleave(to, lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+        }
+        return;
+    }
+    alignas(64) float re[L];
+    alignas(64) float im[L];
+    for (int r = 0; r < H; ++r) {
+        lanes[2 * r].store(re);
+        (-lanes[2 * r + 1]).store(im);
+        float* row = data + ((H - r) % H) * rowFloats;
+        for (int l = 0; l < L; ++l) {
+            const int c = firstColumn + l;
+            if (c >= 1 && c <= width / 2 - 1) {
+                row[2 * (width - c)] = re[l];
+                row[2 * (width - c) + 1] = im[l];
+            }
+        }
+    }
+}

@@ -41,6 +41,11 @@ struct kf_LaneWidth {
     // Rows of 2n packed reals: the half-length transform, the untangling,
     // and n + 1 elements written back.
     void (*realRows)(const kf_LineGroup& group, const kf_RealRowConstants& constants);
+    // Adjacent columns firstColumn .. of a real input's spectrum (width W,
+    // all lanes kept): transformed as complexLines does, then each element
+    // (r, c) with 1 <= c <= W/2 - 1 also written conjugated at
+    // ((H - r) mod H, W - c), the spectrum's redundant half.
+    void (*realColumns)(const kf_LineGroup& group, int firstColumn, int width);
 };
 
 // Pixel conversion of `count` complex elements: the magnitude
