@@ -352,7 +352,8 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
     const float* row = data.data;
     double* reRow = re.image().pointToOffset();
     double* imRow = im.image().pointToOffset();
-    for (long y = 0; y < data.h; ++y, row += 2 * data.W, reRow += re.image().rowUpdate(), imRow += im.image().rowUpdate())
+    for (long y = 0; y < data.h;
+         ++y, row += 2 * data.W, reRow += re.image().rowUpdate(), imRow += im.image().rowUpdate())
         for (long x = 0; x < data.w; ++x) {
             reRow[x] = static_cast<double>(row[2 * x] * s);
             imRow[x] = static_cast<double>(row[2 * x + 1] * s);

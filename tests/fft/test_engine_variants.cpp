@@ -221,7 +221,8 @@ TEST(EngineVariants, EveryVariantPollsAsTheScalarEngineDoes)
             for (std::size_t i = 0; i < runs.size(); ++i) {
                 const unsigned long scalar = polls("scalar", runs[i], floats);
                 for (const char* variant : vectorVariants())
-                    EXPECT_EQ(polls(variant, runs[i], floats), scalar) << variant << " " << w << " x " << h << " #" << i;
+                    EXPECT_EQ(polls(variant, runs[i], floats), scalar)
+                        << variant << " " << w << " x " << h << " #" << i;
             }
         }
 }
@@ -252,7 +253,8 @@ std::vector<unsigned char> pixelBytes(const kxPelBuffer_const<T>& image)
 {
     std::vector<unsigned char> bytes;
     for (long y = 0; y < image.height(); ++y) {
-        const unsigned char* row = reinterpret_cast<const unsigned char*>(image.pointToOffset() + y * image.rowUpdate());
+        const unsigned char* row =
+            reinterpret_cast<const unsigned char*>(image.pointToOffset() + y * image.rowUpdate());
         bytes.insert(bytes.end(), row, row + image.width() * sizeof(T));
     }
     return bytes;

@@ -199,8 +199,9 @@ void inverseCancellation()
     for (Form form : {Form::Plain, Form::Angle, Form::Quadrant})
         for (bool constForm : {true, false})
             for (bool bound : {false, true}) {
-                const std::string name = std::string(constForm ? "const" : "in place") + (bound ? ", bound" : ", unbound") +
-                                         " form " + std::to_string(static_cast<int>(form));
+                const std::string name = std::string(constForm ? "const" : "in place") +
+                                         (bound ? ", bound" : ", unbound") + " form " +
+                                         std::to_string(static_cast<int>(form));
                 std::unique_ptr<BoundImage<T>> image;
                 std::unique_ptr<BoundImage<double>> angle;
                 std::unique_ptr<BoundImage<unsigned char>> quadrant;

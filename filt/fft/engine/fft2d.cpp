@@ -12,12 +12,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
-#include <memory>
-#include <vector>
 
 namespace {
 
@@ -195,8 +195,10 @@ void scalarRealFFT2D(float* data, kxPair<long> size, int direction)
 }
 
 // The vectorised drivers. They poll where the scalar engine polls: before
-// every kept line whose index is a multiple of 16, and once between the
-// passes (and after the last) wherever the scalar engine's transpose polls.
+// every kept line whose index is a multiple of 16, once between the passes
+// and once after the last wherever the scalar engine's transposes poll, and
+// once for the real path's conjugate half, so that the polling contract does
+// not depend on the variant.
 
 // The widest lane width of `widths` not above `lines`, or nullptr.
 const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
