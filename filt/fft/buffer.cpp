@@ -1,5 +1,6 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
+#include "fft/engine/huge_pages.h"
 
 #include <kx/fft.h>
 
@@ -130,7 +131,7 @@ void kxFrequencyBuffer::setAndAllocate(long width, long height)
     masked_ = 0;
     inverseComputed_ = false;
     if (!data_) {
-        store_.resize(static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7));
+        kf_AllocateZeroed(store_, static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7));
         pointAtStore();
     }
 }

@@ -4,12 +4,22 @@
 #include <kx/fft.h>
 
 #include <limits>
+#include <vector>
 
 struct kx_FrequencyBufferAccess {
     using Buffer = kxFrequencyBuffer;
 
     static float* data(const Buffer& b) { return b.data_; }
     static void setAndAllocate(Buffer& b, long width, long height) { b.setAndAllocate(width, height); }
+    // Leaves the buffer not initialized, its store released: every read
+    // throws Uninitialized until it is filled again.
+    static void reset(Buffer& b)
+    {
+        b.data_ = nullptr;
+        b.store_ = std::vector<float>();
+        b.inverseComputed_ = false;
+        b.masked_ = 0;
+    }
 
     static long paddedWidth(const Buffer& b) { return b.paddedWidth_; }
     static long paddedHeight(const Buffer& b) { return b.paddedHeight_; }
@@ -43,6 +53,25 @@ struct kx_FrequencyBufferAccess {
     static void transform(Buffer& b, const kx2XformCache& t) { b.transform_ = t; }
     static kxPair<long> offset(const Buffer& b) { return b.offset_; }
     static void offset(Buffer& b, const kxPair<long>& o) { b.offset_ = o; }
+};
+
+// Resets the buffer a transform writes unless the transform completes: a
+// transform stopped part way (an attention request, or any other exception)
+// leaves its destination not initialized rather than half written.
+class kf_ResetUnlessDone {
+public:
+    explicit kf_ResetUnlessDone(kxFrequencyBuffer* buffer) : buffer_(buffer) {}
+    ~kf_ResetUnlessDone()
+    {
+        if (buffer_)
+            kx_FrequencyBufferAccess::reset(*buffer_);
+    }
+    kf_ResetUnlessDone(const kf_ResetUnlessDone&) = delete;
+    kf_ResetUnlessDone& operator=(const kf_ResetUnlessDone&) = delete;
+    void done() { buffer_ = nullptr; }
+
+private:
+    kxFrequencyBuffer* buffer_;
 };
 
 // Zeroes the padding of a buffer filled from an image of the requested size:

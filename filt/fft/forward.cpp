@@ -1,4 +1,6 @@
 // Forward transforms: images (or a buffer holding spatial data) to spectra.
+// A result buffer that already has the padded size keeps its store; a
+// transform stopped part way leaves its result not initialized.
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
@@ -43,6 +45,7 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
     if (!image.isBound())
         throw kxFrequencyDefs::UnboundWindow();
     prepareResult(image, result);
+    kf_ResetUnlessDone written(&result);
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
@@ -63,6 +66,7 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
             row[x] = 0.0f;
 
     kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    written.done();
 }
 
 // Two images: interleaved (real, imaginary), the padding zeroed after, then
@@ -75,6 +79,7 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
     if (real.width() != imag.width() || real.height() != imag.height() || real.offset() != imag.offset())
         throw kxFrequencyDefs::InvalidSize("Real and Imaginary buffers must have the same size and offset.");
     prepareResult(real, result);
+    kf_ResetUnlessDone written(&result);
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> re = pixelsToRead(real, W, H);
@@ -91,6 +96,7 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
     kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
 
     kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    written.done();
 }
 
 }  // namespace
@@ -132,9 +138,11 @@ void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
 {
     kxfreq_detail::kf_RequireInitialized(source);
     result = source;
+    kf_ResetUnlessDone written(&result);
     Access::inverseComputed(result, false);
     Access::masked(result, 0);
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
     kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    written.done();
 }

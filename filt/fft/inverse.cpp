@@ -1,20 +1,24 @@
 // Inverse transforms: spectra back to images.
 //
 // Every worker follows the same steps: run the inverse engine (on the
-// caller's buffer in place, or on a private copy), make a w x h result image
-// with the stored offset and transform, scale each element by 1 / (W x H),
-// convert, then give the result back its offset with the periodic copy and
-// deliver it into the caller's image (bound: only the overlap changes;
-// unbound: the caller's image becomes the result).
+// caller's buffer in place, or from the caller's buffer into a private
+// working area), make a w x h result image with the stored offset and
+// transform, scale each element by 1 / (W x H), convert, then give the
+// result back its offset with the periodic copy and deliver it into the
+// caller's image (bound: only the overlap changes; unbound: the caller's
+// image becomes the result).
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
+#include "fft/engine/huge_pages.h"
+#include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 namespace {
@@ -23,100 +27,155 @@ using Access = kx_FrequencyBufferAccess;
 
 using kxfreq_detail::kf_RequireInitialized;
 
-// The engine's inverse over the whole buffer, or only over the masked band
-// of rows when the buffer has one (rows outside it are zero).
-void runInverseEngine(kxFrequencyBuffer& work)
+// The band of rows the engine's inverse transforms: the masked band when the
+// buffer has one (rows outside it are zero), otherwise every row.
+kxPair<long> inverseBand(const kxFrequencyBuffer& buffer)
 {
-    const long H = Access::paddedHeight(work);
-    const bool banded = Access::masked(work) != 0;
-    kf_ComplexFFT2D(Access::data(work), kxPair<long>(Access::paddedWidth(work), H), -1,
-                    banded ? static_cast<int>(Access::maskedMiny(work)) : 0,
-                    banded ? static_cast<int>(Access::maskedMaxy(work)) : static_cast<int>(H));
+    if (Access::masked(buffer) != 0)
+        return kxPair<long>(Access::maskedMiny(buffer), Access::maskedMaxy(buffer));
+    return kxPair<long>(0, Access::paddedHeight(buffer));
 }
 
-// Steps common to every inverse: the buffer whose store holds the spatial
-// (unscaled) result afterwards.
+// The engine's inverse of the buffer's store, in place.
+void runInverseEngine(kxFrequencyBuffer& work)
+{
+    const kxPair<long> band = inverseBand(work);
+    kf_ComplexFFT2D(Access::data(work), kxPair<long>(Access::paddedWidth(work), Access::paddedHeight(work)), -1,
+                    static_cast<int>(band.x()), static_cast<int>(band.y()));
+}
+
+// The engine's inverse of the buffer's store into `out`, the buffer only read.
+void runInverseEngine(const kxFrequencyBuffer& source, float* out)
+{
+    const kxPair<long> band = inverseBand(source);
+    kf_ComplexFFT2DFrom(Access::data(source), out,
+                        kxPair<long>(Access::paddedWidth(source), Access::paddedHeight(source)), -1,
+                        static_cast<int>(band.x()), static_cast<int>(band.y()));
+}
+
+// What the workers read: the unscaled spatial data, element (x, y) at
+// data[2 * (y * W + x)], with the buffer's sizes, offset and transform.
+struct SpatialView {
+    const float* data;
+    long W, H, w, h;
+    kxPair<long> offset;
+    kx2XformCache transform;
+};
+
+SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
+{
+    return SpatialView{data,
+                       Access::paddedWidth(buffer),
+                       Access::paddedHeight(buffer),
+                       Access::requestedWidth(buffer),
+                       Access::requestedHeight(buffer),
+                       Access::offset(buffer),
+                       Access::transform(buffer)};
+}
+
+// Steps common to every inverse: where the spatial result of the call is.
+// In place (inPlace non-null, the caller's buffer) the engine overwrites the
+// buffer's store; otherwise it reads the buffer and writes a private working
+// area, the buffer untouched. A buffer that already holds its spatial result
+// is read as it is. A buffer overwritten by a call that does not complete is
+// left not initialized.
 class SpatialData {
 public:
-    SpatialData(kxFrequencyBuffer& buffer, bool inPlace)
-        : caller_(buffer), alreadyComputed_(Access::inverseComputed(buffer)),
-          inPlace_(inPlace || alreadyComputed_)
+    SpatialData(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace)
+        : inPlace_(Access::inverseComputed(buffer) ? nullptr : inPlace), written_(inPlace_)
     {
-        if (!inPlace_)
-            copy_ = std::make_unique<kxFrequencyBuffer>(buffer);
-        if (!alreadyComputed_)
-            runInverseEngine(working());
+        if (Access::inverseComputed(buffer)) {
+            view_ = viewOf(buffer, Access::data(buffer));
+        } else if (inPlace_) {
+            runInverseEngine(*inPlace_);
+            view_ = viewOf(buffer, Access::data(buffer));
+        } else {
+            work_ = std::make_unique<kf_WorkArea>(2 * static_cast<std::size_t>(Access::paddedWidth(buffer)) *
+                                                  static_cast<std::size_t>(Access::paddedHeight(buffer)));
+            runInverseEngine(buffer, work_->data());
+            view_ = viewOf(buffer, work_->data());
+        }
     }
 
-    kxFrequencyBuffer& working() { return copy_ ? *copy_ : caller_; }
-    // Marks the caller's buffer as holding the spatial result, when in place.
+    const SpatialView& view() const { return view_; }
+
+    // Marks a buffer transformed in place by this call as holding the
+    // spatial result; the call is then complete as far as the buffer goes.
     void markComputed()
     {
         if (inPlace_)
-            Access::inverseComputed(caller_, true);
+            Access::inverseComputed(*inPlace_, true);
+        written_.done();
     }
 
 private:
-    kxFrequencyBuffer& caller_;
-    bool alreadyComputed_;
-    bool inPlace_;
-    std::unique_ptr<kxFrequencyBuffer> copy_;
+    kxFrequencyBuffer* inPlace_;   // the buffer this call overwrites, if any
+    kf_ResetUnlessDone written_;
+    std::unique_ptr<kf_WorkArea> work_;
+    SpatialView view_{};
 };
 
 // 1 / (H x W): the product as a signed 32-bit integer, the division in
 // double, the result kept as a float.
-float inverseScale(const kxFrequencyBuffer& buffer)
+float inverseScale(const SpatialView& view)
 {
-    const std::int32_t count =
-        static_cast<std::int32_t>(Access::paddedHeight(buffer) * Access::paddedWidth(buffer));
+    const std::int32_t count = static_cast<std::int32_t>(view.H * view.W);
     return static_cast<float>(1.0 / count);
 }
 
-// Where a result is built and how it is handed over. A bound caller image
-// gets the result through kfPelCopy (only the overlap changes); an unbound
-// one becomes the result itself.
+// When a result image takes the stored offset. The 8-bit magnitude-with-
+// angle worker alone takes it at the end, so that its periodic copy starts
+// from offset (0, 0).
+enum class OffsetTiming { AtStart, AtEnd };
+
+// Where a result is built and how it is handed over. The result is built in
+// an image of its own; at the end a bound caller image gets it through
+// kfPelCopy (only the overlap changes) and an unbound one becomes it. Until
+// then the caller's image is not touched, so a call that stops part way
+// leaves an unbound image unbound and a bound one as it was.
 template <typename T>
 class ResultImage {
 public:
-    // Makes the w x h result with the stored transform and, unless
-    // `deferOffset`, the stored offset.
-    ResultImage(kxPelBuffer<T>& caller, const kxFrequencyBuffer& buffer, bool deferOffset = false)
-        : caller_(caller), bound_(caller.isBound()), storedOffset_(Access::offset(buffer)),
-          storedTransform_(Access::transform(buffer))
+    // Makes the w x h result with the stored transform and, at the start,
+    // the stored offset.
+    ResultImage(kxPelBuffer<T>& caller, const SpatialView& view, OffsetTiming timing)
+        : caller_(caller), bound_(caller.isBound()), local_(view.w, view.h, 32), storedOffset_(view.offset),
+          storedTransform_(view.transform)
     {
-        image() = kxPelBuffer<T>(Access::requestedWidth(buffer), Access::requestedHeight(buffer), 32);
-        if (!deferOffset)
-            image().offset(storedOffset_);
-        image().xformCache() = storedTransform_;
+        if (timing == OffsetTiming::AtStart)
+            local_.offset(storedOffset_);
+        local_.xformCache() = storedTransform_;
     }
 
-    kxPelBuffer<T>& image() { return bound_ ? local_ : caller_; }
+    kxPelBuffer<T>& image() { return local_; }
 
     // Gives the result back the stored offset: a non-zero offset goes
     // through the periodic copy into a fresh image at (0, 0) that then takes
     // the stored offset. The stored offset is set at the end also when it is
-    // (0, 0), for the one worker that defers it.
+    // (0, 0), for the worker that takes it at the end.
     void restoreOffset()
     {
         if (storedOffset_ == kxPair<long>(0, 0)) {
-            image().offset(storedOffset_);
+            local_.offset(storedOffset_);
             return;
         }
-        kxPelBuffer<T> laid(image().width(), image().height(), 32);
-        kf_PeriodicCopy<T>(image(), laid, true);
+        kxPelBuffer<T> laid(local_.width(), local_.height(), 32);
+        kf_PeriodicCopy<T>(local_, laid, true);
         laid.offset(storedOffset_);
         // The caller gets the stored transform whether or not its image was
         // bound: an image that comes back from a transform keeps its client
         // coordinates.
         laid.xformCache() = storedTransform_;
-        image() = laid;
+        local_ = laid;
     }
 
-    // Copies the result into a bound caller image.
+    // Hands the result to the caller.
     void deliver()
     {
         if (bound_)
             kfPelCopy<T>(local_, caller_);
+        else
+            caller_ = local_;
     }
 
 private:
@@ -130,16 +189,35 @@ private:
 // Visits the first h rows and first w elements of the spatial data, with the
 // result pixel pointer of each row.
 template <typename T, typename Visit>
-void forEachElement(const kxFrequencyBuffer& buffer, const kxPelBuffer<T>& image, Visit visit)
+void forEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Visit visit)
 {
-    const long W = Access::paddedWidth(buffer);
-    const long w = Access::requestedWidth(buffer);
-    const long h = Access::requestedHeight(buffer);
-    const float* row = Access::data(buffer);
+    const float* row = view.data;
     T* out = image.pointToOffset();
-    for (long y = 0; y < h; ++y, row += 2 * W, out += image.rowUpdate())
-        for (long x = 0; x < w; ++x)
+    for (long y = 0; y < view.h; ++y, row += 2 * view.W, out += image.rowUpdate())
+        for (long x = 0; x < view.w; ++x)
             visit(row[2 * x], row[2 * x + 1], out[x]);
+}
+
+// The engine variant's own conversion of magnitudes to pixels, row by row,
+// when it has one: the same values as the loops below.
+bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned char>& image, float s)
+{
+    const kf_Magnitudes8 convert = kf_ActiveEngineVariant().magnitudes8;
+    if (!convert)
+        return false;
+    for (long y = 0; y < view.h; ++y)
+        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    return true;
+}
+
+bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned short>& image, float s)
+{
+    const kf_Magnitudes16 convert = kf_ActiveEngineVariant().magnitudes16;
+    if (!convert)
+        return false;
+    for (long y = 0; y < view.h; ++y)
+        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    return true;
 }
 
 // Pixel conversion of a magnitude, per pixel type. Integer pixels truncate
@@ -152,9 +230,11 @@ struct IntegerMagnitude {
     static constexpr float kRange = static_cast<float>(Range);
     static Integer store(double value) { return static_cast<Integer>(kf_TruncateToInt64(value)); }
 
-    static void fill(const kxFrequencyBuffer& buffer, const kxPelBuffer<Integer>& image, float s, bool scale)
+    static void fill(const SpatialView& buffer, const kxPelBuffer<Integer>& image, float s, bool scale)
     {
         if (!scale) {
+            if (fillFast(buffer, image, s))
+                return;
             forEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
                 const float m = std::sqrt(re * re + im * im) * s;
                 pixel = store(m + 0.5);
@@ -185,7 +265,7 @@ template <> struct Magnitude<unsigned short> : IntegerMagnitude<unsigned short, 
 
 template <> struct Magnitude<double> {
     // Double pixels take the magnitude as it is; `scale` does not apply.
-    static void fill(const kxFrequencyBuffer& buffer, const kxPelBuffer<double>& image, float s, bool)
+    static void fill(const SpatialView& buffer, const kxPelBuffer<double>& image, float s, bool)
     {
         forEachElement(buffer, image, [s](float re, float im, double& pixel) {
             pixel = static_cast<double>(std::sqrt(re * re + im * im) * s);
@@ -193,18 +273,17 @@ template <> struct Magnitude<double> {
     }
 };
 
-// The magnitude workers with an optional angle image, and the 8- and 16-bit
-// quadrant workers: they differ only in their pixel type and second image.
-// The 8-bit angle worker alone sets the stored offset at the end instead of
-// at the start, so its periodic copy starts from offset (0, 0).
+// The magnitude workers with an optional angle or quadrant image: they
+// differ only in their pixel type, second image and offset timing. The
+// const forms pass no in-place buffer and only read `buffer`.
 template <typename T, typename SecondImage>
-void inverseWorker(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, SecondImage second, bool scale,
-                   bool inPlace, bool deferOffset)
+void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
+                   SecondImage second, bool scale, OffsetTiming timing)
 {
     kf_RequireInitialized(buffer);
     SpatialData spatial(buffer, inPlace);
-    const kxFrequencyBuffer& data = spatial.working();
-    ResultImage<T> result(image, data, deferOffset);
+    const SpatialView& data = spatial.view();
+    ResultImage<T> result(image, data, timing);
     kxAttention::check();
     Magnitude<T>::fill(data, result.image(), inverseScale(data), scale);
     second(data);
@@ -213,160 +292,228 @@ void inverseWorker(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, SecondImage
     result.deliver();
 }
 
+// A second image computed from the spatial data, pixel by pixel.
+template <typename T, typename Compute>
+void computeSecondImage(const SpatialView& view, kxPelBuffer<T>& destination, Compute compute)
+{
+    ResultImage<T> result(destination, view, OffsetTiming::AtStart);
+    forEachElement(view, result.image(), [&](float re, float im, T& pixel) { pixel = compute(re, im); });
+    result.restoreOffset();
+    result.deliver();
+}
+
+double angleOf(float re, float im) { return static_cast<double>(std::atan2(im, re)); }
+
+// Bit 1: the real part is negative; bit 2: the imaginary part is. A NaN part
+// counts as not negative here.
+unsigned char quadrantOf(float re, float im)
+{
+    return static_cast<unsigned char>((0 > re ? 1 : 0) + (0 > im ? 2 : 0));
+}
+
+// The double-magnitude worker's own test: a bit is set when the part is not
+// greater than or equal to zero, so a NaN part counts as negative there.
+unsigned char quadrantNanNegative(float re, float im)
+{
+    return static_cast<unsigned char>((!(re >= 0) ? 1 : 0) + (!(im >= 0) ? 2 : 0));
+}
+
 struct AngleImage {
     kxPelBuffer<double>* angle;
-    void operator()(const kxFrequencyBuffer& data) const
+    void operator()(const SpatialView& data) const
     {
         if (angle)
-            kf_ComputeAngleImage(data, *angle);
+            computeSecondImage(data, *angle, angleOf);
     }
 };
 
+template <unsigned char (*Code)(float, float)>
 struct QuadrantImage {
     kxPelBuffer<unsigned char>& quadrant;
-    void operator()(const kxFrequencyBuffer& data) const { kf_ComputeQuadrantImage(data, quadrant); }
+    void operator()(const SpatialView& data) const { computeSecondImage(data, quadrant, Code); }
 };
 
-// A second image computed from the spatial data, pixel by pixel.
-template <typename T, typename Compute>
-void computeSecondImage(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& destination, Compute compute)
+// Real and imaginary parts, each scaled: two images and no magnitude, so
+// this form has its own loop between the shared steps. Both caller images
+// take the stored transform, bound or not.
+void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<double>& real,
+                         kxPelBuffer<double>& imag)
 {
-    ResultImage<T> result(destination, buffer);
-    forEachElement(buffer, result.image(), [&](float re, float im, T& pixel) { pixel = compute(re, im); });
-    result.restoreOffset();
-    result.deliver();
+    kf_RequireInitialized(buffer);
+    SpatialData spatial(buffer, inPlace);
+    const SpatialView& data = spatial.view();
+    ResultImage<double> re(real, data, OffsetTiming::AtStart);
+    ResultImage<double> im(imag, data, OffsetTiming::AtStart);
+    kxAttention::check();
+    const float s = inverseScale(data);
+    const float* row = data.data;
+    double* reRow = re.image().pointToOffset();
+    double* imRow = im.image().pointToOffset();
+    for (long y = 0; y < data.h;
+         ++y, row += 2 * data.W, reRow += re.image().rowUpdate(), imRow += im.image().rowUpdate())
+        for (long x = 0; x < data.w; ++x) {
+            reRow[x] = static_cast<double>(row[2 * x] * s);
+            imRow[x] = static_cast<double>(row[2 * x + 1] * s);
+        }
+    re.restoreOffset();
+    im.restoreOffset();
+    spatial.markComputed();
+    re.deliver();
+    im.deliver();
+    real.xformCache() = data.transform;
+    imag.xformCache() = data.transform;
 }
 
 }  // namespace
 
 void kf_ComputeAngleImage(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& angle)
 {
-    computeSecondImage(buffer, angle, [](float re, float im) { return static_cast<double>(std::atan2(im, re)); });
+    computeSecondImage(viewOf(buffer, Access::data(buffer)), angle, angleOf);
 }
 
-// Bit 1: the real part is negative; bit 2: the imaginary part is. A NaN part
-// counts as not negative here.
 void kf_ComputeQuadrantImage(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& quadrant)
 {
-    computeSecondImage(buffer, quadrant, [](float re, float im) {
-        return static_cast<unsigned char>((0 > re ? 1 : 0) + (0 > im ? 2 : 0));
-    });
+    computeSecondImage(viewOf(buffer, Access::data(buffer)), quadrant, quadrantOf);
 }
+
+namespace {
+
+kxFrequencyBuffer* inPlaceBuffer(kxFrequencyBuffer& buffer, bool inPlace) { return inPlace ? &buffer : nullptr; }
+
+using Quadrant = QuadrantImage<quadrantOf>;
+using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
+
+}  // namespace
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, image, AngleImage{angle}, scale, inPlace, true);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, image, AngleImage{angle}, scale, inPlace, false);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle, bool scale,
                    bool inPlace)
 {
-    inverseWorker(buffer, image, AngleImage{angle}, scale, inPlace, false);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace)
 {
-    inverseWorker(buffer, image, QuadrantImage{quadrant}, scale, inPlace, false);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace)
 {
-    inverseWorker(buffer, image, QuadrantImage{quadrant}, scale, inPlace, false);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
 }
 
-// The double-quadrant worker computes the quadrant code in the magnitude
-// loop, with its own test: a bit is set when the part is not greater than or
-// equal to zero, so a NaN part counts as negative here.
+// The double worker's quadrant code counts a NaN part as negative; `scale`
+// does not apply to double magnitudes.
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<unsigned char>& quadrant,
-                   bool /*scale*/, bool inPlace)
+                   bool scale, bool inPlace)
 {
-    kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
-    const kxFrequencyBuffer& data = spatial.working();
-    ResultImage<double> magnitude(image, data);
-    ResultImage<unsigned char> codes(quadrant, data);
-    kxAttention::check();
-    const float s = inverseScale(data);
-    const long W = Access::paddedWidth(data);
-    const float* row = Access::data(data);
-    double* out = magnitude.image().pointToOffset();
-    unsigned char* code = codes.image().pointToOffset();
-    for (long y = 0; y < Access::requestedHeight(data);
-         ++y, row += 2 * W, out += magnitude.image().rowUpdate(), code += codes.image().rowUpdate())
-        for (long x = 0; x < Access::requestedWidth(data); ++x) {
-            const float re = row[2 * x], im = row[2 * x + 1];
-            out[x] = static_cast<double>(std::sqrt(re * re + im * im) * s);
-            code[x] = static_cast<unsigned char>((!(re >= 0) ? 1 : 0) + (!(im >= 0) ? 2 : 0));
-        }
-    codes.restoreOffset();
-    codes.deliver();
-    spatial.markComputed();
-    magnitude.restoreOffset();
-    magnitude.deliver();
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, QuadrantNanNegative{quadrant}, scale,
+                  OffsetTiming::AtStart);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
+                   bool scale)
+{
+    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
+                   bool scale)
+{
+    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle,
+                   bool scale)
+{
+    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
+                   kxPelBuffer<unsigned char>& quadrant, bool scale)
+{
+    inverseWorker(buffer, nullptr, image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
+                   kxPelBuffer<unsigned char>& quadrant, bool scale)
+{
+    inverseWorker(buffer, nullptr, image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<unsigned char>& quadrant,
+                   bool scale)
+{
+    inverseWorker(buffer, nullptr, image, QuadrantNanNegative{quadrant}, scale, OffsetTiming::AtStart);
 }
 
 void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kxPelBuffer<double>& imag, bool inPlace)
 {
-    kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
-    const kxFrequencyBuffer& data = spatial.working();
-    ResultImage<double> re(real, data);
-    ResultImage<double> im(imag, data);
-    kxAttention::check();
-    const float s = inverseScale(data);
-    const long W = Access::paddedWidth(data);
-    const float* row = Access::data(data);
-    double* reRow = re.image().pointToOffset();
-    double* imRow = im.image().pointToOffset();
-    for (long y = 0; y < Access::requestedHeight(data);
-         ++y, row += 2 * W, reRow += re.image().rowUpdate(), imRow += im.image().rowUpdate())
-        for (long x = 0; x < Access::requestedWidth(data); ++x) {
-            reRow[x] = static_cast<double>(row[2 * x] * s);
-            imRow[x] = static_cast<double>(row[2 * x + 1] * s);
-        }
-    real.xformCache() = Access::transform(data);
-    imag.xformCache() = Access::transform(data);
-    if (Access::offset(data) != kxPair<long>(0, 0)) {
-        re.restoreOffset();
-        im.restoreOffset();
-    }
-    spatial.markComputed();
-    re.deliver();
-    im.deliver();
+    realImaginaryWorker(buffer, inPlaceBuffer(buffer, inPlace), real, imag);
 }
 
 void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kxPelBuffer<double>& imag)
 {
-    kfInverseFFT(const_cast<kxFrequencyBuffer&>(buffer), real, imag, false);
+    realImaginaryWorker(buffer, nullptr, real, imag);
 }
 
 void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace)
 {
     kf_RequireInitialized(src);
+    if (!inPlace && !Access::inverseComputed(src) && &src != &dst) {
+        kfInverseFFT(static_cast<const kxFrequencyBuffer&>(src), dst);
+        return;
+    }
+    // In place, or a spatial result computed earlier: the source's store
+    // holds the result, and the destination becomes a copy of it.
     const bool alreadyComputed = Access::inverseComputed(src);
-    inPlace = inPlace || alreadyComputed;
-    if (!inPlace)
-        dst = src;
+    kf_ResetUnlessDone writtenSource(alreadyComputed ? nullptr : &src);
+    kf_ResetUnlessDone writtenDestination(&src == &dst ? nullptr : &dst);
     if (!alreadyComputed)
-        runInverseEngine(inPlace ? src : dst);
-    if (inPlace)
-        dst = src;
+        runInverseEngine(src);
+    dst = src;
     Access::inverseComputed(dst, false);
     Access::masked(dst, 0);
-    if (inPlace)
-        Access::inverseComputed(src, true);
+    Access::inverseComputed(src, true);
+    writtenSource.done();
+    writtenDestination.done();
 }
 
 void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
 {
-    kfInverseFFT(const_cast<kxFrequencyBuffer&>(src), dst, false);
+    kf_RequireInitialized(src);
+    if (&src == &dst) {
+        // The caller's own buffer as destination: transformed where it is.
+        kf_ResetUnlessDone written(&dst);
+        if (!Access::inverseComputed(dst))
+            runInverseEngine(dst);
+        Access::inverseComputed(dst, false);
+        Access::masked(dst, 0);
+        written.done();
+        return;
+    }
+    kf_ResetUnlessDone written(&dst);
+    Access::setAndAllocate(dst, Access::requestedWidth(src), Access::requestedHeight(src));
+    Access::transform(dst, Access::transform(src));
+    Access::offset(dst, Access::offset(src));
+    Access::band(dst, 0, Access::maskedMiny(src), Access::maskedMaxy(src));
+    if (Access::inverseComputed(src))
+        std::memcpy(Access::data(dst), Access::data(src),
+                    sizeof(float) * 2 * Access::paddedWidth(src) * Access::paddedHeight(src));
+    else
+        runInverseEngine(src, Access::data(dst));
+    written.done();
 }

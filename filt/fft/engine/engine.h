@@ -19,6 +19,12 @@
 // outside [bandLo, bandHi] are known to be zero and skipped in the row pass.
 void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi);
 
+// kf_ComplexFFT2D of a copy of `source` made in `data`, which must not
+// overlap it: `source` is only read, and the copy is folded into the first
+// pass instead of being made beforehand.
+void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, int direction, int bandLo,
+                         int bandHi);
+
 // In-place forward 2-D DFT of real input: each row holds its paddedWidth
 // samples packed in its first paddedWidth floats. On return the buffer holds
 // what kf_ComplexFFT2D gives for those samples with zero imaginary parts.

@@ -6,8 +6,25 @@
 #include <cmath>
 #include <cstdint>
 
-// Always use std:: maths on an explicit type here: float and double must not
-// mix by accident inside the kernel.
+// Always use std:: for <cmath> functions: float and double must not mix by
+// accident inside the kernel, so an unqualified call of one of these on a
+// float does not compile here.
+template <typename T> T cos(T) = delete;
+template <typename T> T sin(T) = delete;
+template <typename T> T tan(T) = delete;
+template <typename T> T sqrt(T) = delete;
+template <typename T> T exp(T) = delete;
+template <typename T> T log(T) = delete;
+template <typename T> T atan2(T, T) = delete;
+template <typename T> T pow(T, T) = delete;
+template <typename T> T fabs(T) = delete;
+template <typename T> T floor(T) = delete;
+template <typename T> T ceil(T) = delete;
+//
+// Everything here is either a template on the lane type or has internal
+// linkage: the vectorised variants include this header from files compiled
+// for other instruction sets, and no out-of-line copy made there may stand
+// in for the scalar one.
 
 // Rotation table: entry k holds cos t, sin t, cos 3t, sin 3t for the step
 // angle t = sign * 2pi / 2^k, computed in double and rounded to float. Built
@@ -30,7 +47,7 @@ struct kf_RotationTable {
 };
 
 // log2 of a power of two, counting doublings of 1 up to n.
-inline int kf_Log2(int n)
+static inline int kf_Log2(int n)
 {
     int m = 0;
     for (int p = 1; p < n; p *= 2)
@@ -131,4 +148,45 @@ void kf_SplitRadixRow(Lane* row, int n, int direction, const kf_RotationTable& r
     if (direction < 0)
         for (int e = 1; e <= n; ++e)
             y(e) = -y(e);
+}
+
+// Turns the half-length complex transform of a packed real row into the
+// row's spectrum for frequencies 0 .. 2n (the standard untangling of the two
+// interleaved half-sequences). d is addressed 1-based: d(1) is the row's
+// first float. The rotation advances by recurrence in single precision and
+// is the same for every lane.
+template <typename Lane>
+void kf_UntangleRealRow(Lane* row, int n, int direction, float c1, float c2, float wpr, float wpi)
+{
+    auto d = [row](int i) -> Lane& { return row[i - 1]; };
+    float wr = 1.0f + wpr;
+    float wi = wpi;
+    const int np3 = 2 * n + 3;
+    for (int i = 2; i <= n / 2; ++i) {
+        const int i1 = 2 * i - 1, i2 = 2 * i, i3 = np3 - i2, i4 = i3 + 1;
+        const Lane h1r = c1 * (d(i1) + d(i3));
+        const Lane h1i = c1 * (d(i2) - d(i4));
+        const Lane h2r = -c2 * (d(i2) + d(i4));
+        const Lane h2i = c2 * (d(i1) - d(i3));
+        d(i1) = h1r + wr * h2r - wi * h2i;
+        d(i2) = h1i + wr * h2i + wi * h2r;
+        d(i3) = h1r - wr * h2r + wi * h2i;
+        d(i4) = -h1i + wr * h2i + wi * h2r;
+        const float wtemp = wr;
+        wr = wr + (wr * wpr - wi * wpi);
+        wi = wi + (wi * wpr + wtemp * wpi);
+    }
+    // Element n/2 is its own partner.
+    d(n + 2) = -d(n + 2);
+    // Zero frequency at complex index 0, Nyquist at complex index n.
+    const Lane h1r = d(1);
+    if (direction >= 1) {
+        d(1) = h1r + d(2);
+        d(2 * n + 1) = h1r - d(2);
+    } else {
+        d(1) = c1 * (h1r + d(2));
+        d(2 * n + 1) = c1 * (h1r - d(2));
+    }
+    d(2) = Lane(0.0f);
+    d(2 * n + 2) = Lane(0.0f);
 }

@@ -232,6 +232,16 @@ KXFREQ_API void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer&
 // copy before it takes that offset back; the 8-bit magnitude-with-angle path
 // starts that copy from offset (0, 0) and so returns the pixels in place,
 // the other paths return them shifted by the offset. Kept for compatibility.
+//
+// Stopping (forward and inverse transforms alike): when kxAttention::check()
+// throws during a transform (or anything else does), every frequency buffer
+// the call writes - a forward transform's result, the buffer of an in-place
+// inverse, a buffer-to-buffer inverse's destination - is left not
+// initialized, so that every read of it throws Uninitialized; a destination
+// image the call would have bound stays unbound; a destination image that
+// was bound keeps its binding, size and transform (its pixels are
+// unspecified). Sources - const buffers, buffers of inverses that are not in
+// place, input images - are never changed.
 
 KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
                               kxPelBuffer<double>* angle, bool scale, bool inPlace);
@@ -245,6 +255,19 @@ KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned sh
                               kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace);
 KXFREQ_API void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image,
                               kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace);
+// The same, reading the buffer only.
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
+                              kxPelBuffer<double>* angle, bool scale);
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
+                              kxPelBuffer<double>* angle, bool scale);
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image,
+                              kxPelBuffer<double>* angle, bool scale);
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale);
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale);
+KXFREQ_API void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image,
+                              kxPelBuffer<unsigned char>& quadrant, bool scale);
 
 // Per element of a buffer holding spatial data: atan2f(im, re) in radians.
 KXFREQ_API void kf_ComputeAngleImage(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& angle);
@@ -261,8 +284,7 @@ void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, bool scale, 
 template <typename T>
 void kfInverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, bool scale)
 {
-    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, static_cast<kxPelBuffer<double>*>(nullptr), scale,
-                  false);
+    kf_InverseFFT(buffer, image, static_cast<kxPelBuffer<double>*>(nullptr), scale);
 }
 
 template <typename T>
@@ -276,7 +298,7 @@ template <typename T>
 void kfInverseFFTAngle(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, kxPelBuffer<double>& angle,
                        bool scale)
 {
-    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, &angle, scale, false);
+    kf_InverseFFT(buffer, image, &angle, scale);
 }
 
 template <typename T>
@@ -290,7 +312,7 @@ template <typename T>
 void kfInverseFFTQuadrant(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image,
                           kxPelBuffer<unsigned char>& quadrant, bool scale)
 {
-    kf_InverseFFT(const_cast<kxFrequencyBuffer&>(buffer), image, quadrant, scale, false);
+    kf_InverseFFT(buffer, image, quadrant, scale);
 }
 
 // Real and imaginary parts as double images, scaled, no magnitude.
