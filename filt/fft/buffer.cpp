@@ -131,7 +131,14 @@ void kxFrequencyBuffer::setAndAllocate(long width, long height)
     masked_ = 0;
     inverseComputed_ = false;
     if (!data_) {
-        kf_AllocateZeroed(store_, static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7));
+        // A new store is allocated so that its first touch is cheap; a store
+        // the buffer already has is resized, which keeps its floats (and, at
+        // the same size, its address).
+        const std::size_t count = static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7);
+        if (store_.empty())
+            kf_AllocateZeroed(store_, count);
+        else
+            store_.resize(count);
         pointAtStore();
     }
 }

@@ -11,12 +11,13 @@ struct kx_FrequencyBufferAccess {
 
     static float* data(const Buffer& b) { return b.data_; }
     static void setAndAllocate(Buffer& b, long width, long height) { b.setAndAllocate(width, height); }
-    // Leaves the buffer not initialized, its store released: every read
-    // throws Uninitialized until it is filled again.
+    // Leaves the buffer not initialized: every read throws Uninitialized
+    // until it is filled again. The store is kept, so memory that a caller
+    // still sees (a Python view) stays valid, and the next setAndAllocate of
+    // the same size reuses it.
     static void reset(Buffer& b)
     {
         b.data_ = nullptr;
-        b.store_ = std::vector<float>();
         b.inverseComputed_ = false;
         b.masked_ = 0;
     }
@@ -35,15 +36,6 @@ struct kx_FrequencyBufferAccess {
         b.masked_ = masked;
         b.maskedMiny_ = miny;
         b.maskedMaxy_ = maxy;
-    }
-
-    // Not initialized again (every read throws Uninitialized); the store is
-    // kept for the next setAndAllocate of the same size.
-    static void invalidate(Buffer& b)
-    {
-        b.data_ = nullptr;
-        b.masked_ = 0;
-        b.inverseComputed_ = false;
     }
 
     static bool inverseComputed(const Buffer& b) { return b.inverseComputed_; }

@@ -52,7 +52,7 @@ const float* kxFrequencyFilter::getFrequencyBufferData(const kxFrequencyBuffer& 
 
 void kxFrequencyFilter::invalidateFrequencyBuffer(kxFrequencyBuffer& buffer)
 {
-    kx_FrequencyBufferAccess::invalidate(buffer);
+    kx_FrequencyBufferAccess::reset(buffer);
 }
 
 namespace kxfreq_detail {
