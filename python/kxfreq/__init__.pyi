@@ -146,8 +146,8 @@ class Filter:
         """A filter of whatever class the bytes hold."""
     def __eq__(self, other: object) -> bool: ...
 
-class Gabor(Filter):
-    """Oriented one-sided Gaussian lobe at `frequency` cycles per pixel in direction `angle` (radians)."""
+class _GaborFilter(Filter):
+    """What Gabor and GaborReject share."""
 
     def __init__(
         self,
@@ -174,42 +174,21 @@ class Gabor(Filter):
     def support_width(self) -> int: ...
     @property
     def support_height(self) -> int: ...
+
+class Gabor(_GaborFilter):
+    """Oriented one-sided Gaussian lobe at `frequency` cycles per pixel in direction `angle` (radians)."""
+
     @staticmethod
     def from_bytes(data: bytes) -> "Gabor": ...
 
-class GaborReject(Filter):
+class GaborReject(_GaborFilter):
     """The complement of Gabor: the lobe is suppressed, the rest passes."""
 
-    def __init__(
-        self,
-        sigma: Tuple[float, float],
-        plateau: Tuple[float, float],
-        angle: float,
-        frequency: float,
-        size: Tuple[int, int],
-        dc_radius: int,
-    ) -> None: ...
-    @property
-    def sigma(self) -> Tuple[float, float]: ...
-    @property
-    def plateau(self) -> Tuple[float, float]: ...
-    @property
-    def angle(self) -> float: ...
-    @property
-    def frequency(self) -> float: ...
-    @property
-    def size(self) -> Tuple[int, int]: ...
-    @property
-    def dc_radius(self) -> int: ...
-    @property
-    def support_width(self) -> int: ...
-    @property
-    def support_height(self) -> int: ...
     @staticmethod
     def from_bytes(data: bytes) -> "GaborReject": ...
 
-class BandPass(Filter):
-    """Radial band-pass: a ring at `frequency` cycles per pixel with Gaussian flanks."""
+class _RadialFilter(Filter):
+    """What BandPass and BandReject share."""
 
     def __init__(self, sigma: float, plateau: float, frequency: float, size: Tuple[int, int], dc_radius: int) -> None: ...
     @property
@@ -224,25 +203,16 @@ class BandPass(Filter):
     def dc_radius(self) -> int: ...
     @property
     def support_width(self) -> int: ...
+
+class BandPass(_RadialFilter):
+    """Radial band-pass: a ring at `frequency` cycles per pixel with Gaussian flanks."""
+
     @staticmethod
     def from_bytes(data: bytes) -> "BandPass": ...
 
-class BandReject(Filter):
+class BandReject(_RadialFilter):
     """The complement of BandPass: the ring is suppressed, the rest passes."""
 
-    def __init__(self, sigma: float, plateau: float, frequency: float, size: Tuple[int, int], dc_radius: int) -> None: ...
-    @property
-    def sigma(self) -> float: ...
-    @property
-    def plateau(self) -> float: ...
-    @property
-    def frequency(self) -> float: ...
-    @property
-    def size(self) -> Tuple[int, int]: ...
-    @property
-    def dc_radius(self) -> int: ...
-    @property
-    def support_width(self) -> int: ...
     @staticmethod
     def from_bytes(data: bytes) -> "BandReject": ...
 

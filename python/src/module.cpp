@@ -578,73 +578,88 @@ void addPersistence(Class& cls, const char* name)
     cls.attr("__hash__") = py::none();
 }
 
-template <typename F>
-void bindGaborLike(py::module_& m, const char* name, const char* doc, long (F::*radius)() const)
+// The bodies the pass/reject pairs share are bound as the private bases
+// _GaborFilter and _RadialFilter, which carry the common properties, as in
+// the C++ library; each public class adds its constructor, its DC radius
+// and its persistence.
+void bindFilterBodies(py::module_& m)
 {
-    py::class_<F, kxFrequencyFilter, std::shared_ptr<F>> cls(m, name, doc);
-    cls.def(py::init([](const std::pair<double, double>& sigma, const std::pair<double, double>& plateau,
-                        double angle, double frequency, const std::pair<long, long>& size, long dcRadius) {
-                return std::make_shared<F>(pairOf(sigma), pairOf(plateau), kxRadian(angle),
-                                           frequency, sizeOf(size), dcRadius);
-            }),
-            py::arg("sigma"), py::arg("plateau"), py::arg("angle"), py::arg("frequency"), py::arg("size"),
-            py::arg("dc_radius"));
-    cls.def_property_readonly("sigma", [](const F& f) { return tupleOf(f.sigma()); },
-                              "(along, across) standard deviations of the lobe, cycles per pixel.");
-    cls.def_property_readonly("plateau", [](const F& f) { return tupleOf(f.plateau()); },
-                              "(along, across) half-widths of the flat top, cycles per pixel.");
-    cls.def_property_readonly("angle", [](const F& f) { return f.angle().toDouble(); },
-                              "Direction of the lobe, radians.");
-    cls.def_property_readonly("frequency", [](const F& f) { return f.frequency(); },
-                              "Distance of the lobe from the zero frequency, cycles per pixel.");
-    cls.def_property_readonly("size", [](const F& f) { return tupleOf(f.size()); },
-                              "(width, height) of the spectra the filter applies to.");
+    using G = kx_GaborFilter;
+    py::class_<G, kxFrequencyFilter, std::shared_ptr<G>> gabor(m, "_GaborFilter",
+                                                              "What Gabor and GaborReject share.");
+    gabor.def_property_readonly("sigma", [](const G& f) { return tupleOf(f.sigma()); },
+                                "(along, across) standard deviations of the lobe, cycles per pixel.");
+    gabor.def_property_readonly("plateau", [](const G& f) { return tupleOf(f.plateau()); },
+                                "(along, across) half-widths of the flat top, cycles per pixel.");
+    gabor.def_property_readonly("angle", [](const G& f) { return f.angle().toDouble(); },
+                                "Direction of the lobe, radians.");
+    gabor.def_property_readonly("frequency", [](const G& f) { return f.frequency(); },
+                                "Distance of the lobe from the zero frequency, cycles per pixel.");
+    gabor.def_property_readonly("size", [](const G& f) { return tupleOf(f.size()); },
+                                "(width, height) of the spectra the filter applies to.");
+    gabor.def_property_readonly("support_width", [](const G& f) { return f.supportWidth(); },
+                                "Width of the gain table in frequency bins.");
+    gabor.def_property_readonly("support_height", [](const G& f) { return f.supportHeight(); },
+                                "Height of the gain table in frequency bins.");
+
+    using R = kx_RadialFilter;
+    py::class_<R, kxFrequencyFilter, std::shared_ptr<R>> radial(m, "_RadialFilter",
+                                                               "What BandPass and BandReject share.");
+    radial.def_property_readonly("sigma", [](const R& f) { return f.sigma(); },
+                                 "Standard deviation of the ring's flanks, cycles per pixel.");
+    radial.def_property_readonly("plateau", [](const R& f) { return f.plateau(); },
+                                 "Half-width of the ring's flat top, cycles per pixel.");
+    radial.def_property_readonly("frequency", [](const R& f) { return f.frequency(); },
+                                 "Radius of the ring, cycles per pixel.");
+    radial.def_property_readonly("size", [](const R& f) { return tupleOf(f.size()); },
+                                 "(width, height) of the spectra the filter applies to.");
+    radial.def_property_readonly("support_width", [](const R& f) { return f.supportWidth(); },
+                                 "Length of the radial profile in frequency bins.");
+}
+
+// A public filter class on its body: the constructor `init`, the DC radius
+// under its Python name, a repr and persistence.
+template <typename F, typename Body, typename Init, typename... Args>
+void bindFilter(py::module_& m, const char* name, const char* doc, long (F::*radius)() const, Init init,
+                Args... args)
+{
+    py::class_<F, Body, std::shared_ptr<F>> cls(m, name, doc);
+    cls.def(py::init(init), args...);
     cls.def_property_readonly("dc_radius", [radius](const F& f) { return (f.*radius)(); },
                               "Radius of the square around the zero frequency (0: none).");
-    cls.def_property_readonly("support_width", [](const F& f) { return f.supportWidth(); },
-                              "Width of the gain table in frequency bins.");
-    cls.def_property_readonly("support_height", [](const F& f) { return f.supportHeight(); },
-                              "Height of the gain table in frequency bins.");
-    cls.def("__repr__", [name, radius](const F& f) {
-        return std::string("kxfreq.") + name + "(sigma=" + reprOf(tupleOf(f.sigma())) +
-               ", plateau=" + reprOf(tupleOf(f.plateau())) +
-               ", angle=" + reprOf(py::float_(f.angle().toDouble())) +
-               ", frequency=" + reprOf(py::float_(f.frequency())) +
-               ", size=" + reprOf(tupleOf(f.size())) + ", dc_radius=" +
-               std::to_string((f.*radius)()) + ")";
+    cls.def("__repr__", [name](const py::object& self) {
+        std::string fields;
+        for (const char* field : {"sigma", "plateau", "angle", "frequency", "size", "dc_radius"})
+            if (py::hasattr(self, field))
+                fields += std::string(fields.empty() ? "" : ", ") + field + "=" + reprOf(self.attr(field));
+        return std::string("kxfreq.") + name + "(" + fields + ")";
     });
     addPersistence(cls, name);
 }
 
 template <typename F>
+void bindGabor(py::module_& m, const char* name, const char* doc, long (F::*radius)() const)
+{
+    bindFilter<F, kx_GaborFilter>(
+        m, name, doc, radius,
+        [](const std::pair<double, double>& sigma, const std::pair<double, double>& plateau, double angle,
+           double frequency, const std::pair<long, long>& size, long dcRadius) {
+            return std::make_shared<F>(pairOf(sigma), pairOf(plateau), kxRadian(angle), frequency, sizeOf(size),
+                                       dcRadius);
+        },
+        py::arg("sigma"), py::arg("plateau"), py::arg("angle"), py::arg("frequency"), py::arg("size"),
+        py::arg("dc_radius"));
+}
+
+template <typename F>
 void bindRadial(py::module_& m, const char* name, const char* doc, long (F::*radius)() const)
 {
-    py::class_<F, kxFrequencyFilter, std::shared_ptr<F>> cls(m, name, doc);
-    cls.def(py::init([](double sigma, double plateau, double frequency, const std::pair<long, long>& size,
-                        long dcRadius) {
-                return std::make_shared<F>(sigma, plateau, frequency, sizeOf(size), dcRadius);
-            }),
-            py::arg("sigma"), py::arg("plateau"), py::arg("frequency"), py::arg("size"), py::arg("dc_radius"));
-    cls.def_property_readonly("sigma", [](const F& f) { return f.sigma(); },
-                              "Standard deviation of the ring's flanks, cycles per pixel.");
-    cls.def_property_readonly("plateau", [](const F& f) { return f.plateau(); },
-                              "Half-width of the ring's flat top, cycles per pixel.");
-    cls.def_property_readonly("frequency", [](const F& f) { return f.frequency(); },
-                              "Radius of the ring, cycles per pixel.");
-    cls.def_property_readonly("size", [](const F& f) { return tupleOf(f.size()); },
-                              "(width, height) of the spectra the filter applies to.");
-    cls.def_property_readonly("dc_radius", [radius](const F& f) { return (f.*radius)(); },
-                              "Radius of the square around the zero frequency (0: none).");
-    cls.def_property_readonly("support_width", [](const F& f) { return f.supportWidth(); },
-                              "Length of the radial profile in frequency bins.");
-    cls.def("__repr__", [name, radius](const F& f) {
-        return std::string("kxfreq.") + name + "(sigma=" + reprOf(py::float_(f.sigma())) +
-               ", plateau=" + reprOf(py::float_(f.plateau())) +
-               ", frequency=" + reprOf(py::float_(f.frequency())) +
-               ", size=" + reprOf(tupleOf(f.size())) + ", dc_radius=" +
-               std::to_string((f.*radius)()) + ")";
-    });
-    addPersistence(cls, name);
+    bindFilter<F, kx_RadialFilter>(
+        m, name, doc, radius,
+        [](double sigma, double plateau, double frequency, const std::pair<long, long>& size, long dcRadius) {
+            return std::make_shared<F>(sigma, plateau, frequency, sizeOf(size), dcRadius);
+        },
+        py::arg("sigma"), py::arg("plateau"), py::arg("frequency"), py::arg("size"), py::arg("dc_radius"));
 }
 
 }  // namespace
@@ -931,14 +946,15 @@ out) writes the filtered spectrum into `out` and leaves `spectrum` alone.
     filter.def_static("from_bytes", &loadFilter, py::arg("data"),
                       "A filter of whatever class the archive bytes hold.");
 
-    bindGaborLike<kxFrequencyFilterGabor>(m, "Gabor", R"doc(
+    bindFilterBodies(m);
+    bindGabor<kxFrequencyFilterGabor>(m, "Gabor", R"doc(
 Oriented band-pass: a Gaussian lobe (with an optional flat top) `frequency`
 cycles per pixel from the zero frequency in direction `angle` (radians), on one
 side only. sigma and plateau are (along, across) that direction, in cycles per
 pixel; size is the (width, height) of the images; a square of 2 dc_radius - 1
 frequencies around the zero frequency is cleared (0: none).
 )doc", &kxFrequencyFilterGabor::dcRemovalRadius);
-    bindGaborLike<kxFrequencyFilterGaborReject>(m, "GaborReject", R"doc(
+    bindGabor<kxFrequencyFilterGaborReject>(m, "GaborReject", R"doc(
 The complement of Gabor: frequencies near the lobe are suppressed (gain 1 - Gabor
 gain), all others pass, and a square of 2 dc_radius - 1 frequencies around the
 zero frequency keeps its values.
