@@ -199,10 +199,11 @@ void forEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Visit 
 }
 
 // The engine variant's own conversion of magnitudes to pixels, row by row,
-// when it has one: the same values as the loops below.
-bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned char>& image, float s)
+// when it has one (`convert` is not null): the same values as the loops
+// below.
+template <typename T, typename Convert>
+bool fillWith(Convert convert, const SpatialView& view, const kxPelBuffer<T>& image, float s)
 {
-    const kf_Magnitudes8 convert = kf_ActiveEngineVariant().magnitudes8;
     if (!convert)
         return false;
     for (long y = 0; y < view.h; ++y)
@@ -210,14 +211,14 @@ bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned char>& image, 
     return true;
 }
 
+bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned char>& image, float s)
+{
+    return fillWith(kf_ActiveEngineVariant().magnitudes8, view, image, s);
+}
+
 bool fillFast(const SpatialView& view, const kxPelBuffer<unsigned short>& image, float s)
 {
-    const kf_Magnitudes16 convert = kf_ActiveEngineVariant().magnitudes16;
-    if (!convert)
-        return false;
-    for (long y = 0; y < view.h; ++y)
-        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
-    return true;
+    return fillWith(kf_ActiveEngineVariant().magnitudes16, view, image, s);
 }
 
 // Pixel conversion of a magnitude, per pixel type. Integer pixels truncate

@@ -11,7 +11,7 @@ using kxtest::expectError;
 
 namespace {
 
-const char* const kNotInit = "FrequencyBuffer has not been initialized";
+using kxtest::kNotInit;
 const char* const kInverse = "Cannot access frequency data once inverse has been computed.";
 
 // Element (x, y) = (seed + x - y, seed * 0.5 + x * y), over the padded size.

@@ -17,7 +17,7 @@ using kxtest::expectError;
 
 namespace {
 
-const char* const kNotInit = "FrequencyBuffer has not been initialized";
+using kxtest::kNotInit;
 
 // Element (x, y) holds (100 y + x, -(100 y + x)).
 void fillIndexed(kxFrequencyBuffer& b)

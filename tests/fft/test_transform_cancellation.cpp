@@ -22,7 +22,7 @@ using kxtest::imageFrom;
 
 namespace {
 
-const char* const kNotInit = "FrequencyBuffer has not been initialized";
+using kxtest::kNotInit;
 
 template <typename T>
 kxPelBuffer<T> testImage(long w, long h, int seed)

@@ -13,7 +13,7 @@ using kxtest::expectError;
 
 namespace {
 
-const char* const kNotInit = "FrequencyBuffer has not been initialized";
+using kxtest::kNotInit;
 
 kxFrequencyBuffer ramp(long w, long h, double scale)
 {

@@ -11,6 +11,8 @@
 namespace kxtest {
 
 constexpr double kPi = 3.141592653589793;
+// The buffer's Uninitialized message, as the tests expect it.
+constexpr const char* kNotInit = "FrequencyBuffer has not been initialized";
 
 // Expects `call` to throw exactly E (not a class derived from it) with
 // `message` (null message: "").
