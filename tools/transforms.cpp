@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <iostream>
 #include <mutex>
 
@@ -14,6 +15,12 @@ const OptionEntry kPadOption{"--pad", nullptr, "zero|mirror",
                             "fill the grid up to the power-of-two size with\n"
                             "zeros or with the image mirrored at its borders\n"
                             "(default mirror)"};
+
+const OptionEntry kMaxComponentsOption{"--max", nullptr, "N",
+                                       "at most N periodic components, strongest first\n"
+                                       "(1 to 100, default 8)"};
+
+long maxComponentsOption(const Options& options) { return options.integer("--max", 8, 1, 100); }
 
 kxio::Region regionOption(const Options& options)
 {
@@ -53,6 +60,38 @@ Padding paddingOption(const Options& options, Padding fallback)
 {
     const std::string pad = options.choice("--pad", {"zero", "mirror"}, fallback == Padding::Zero ? "zero" : "mirror");
     return pad == "zero" ? Padding::Zero : Padding::Mirror;
+}
+
+std::string jsonString(const std::string& s)
+{
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+            out += buffer;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+std::string jsonNumber(double v)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.17g", v);
+    return buffer;
+}
+
+std::string formatSeconds(double seconds)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.3f s", seconds);
+    return buffer;
 }
 
 void printLine(std::ostream& stream, const std::string& line)
