@@ -288,7 +288,13 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
     outcome.height = image.height();
     const FilterChoice& choice = settings.choice;
     if (choice.kind == Kind::RemoveTexture) {
-        kxio::writeImage(out, removeTexture(image, choice, outcome.removed));
+        kxio::GreyImage result;
+        try {
+            result = removeTexture(image, choice, outcome.removed);
+        } catch (const kxException& e) {
+            throw CommandError(in + ": " + e.what());
+        }
+        kxio::writeImage(out, result);
         return;
     }
     kxFrequencyBuffer spectrum;
@@ -559,7 +565,7 @@ int runFilter(const std::vector<std::string>& args)
         failed += !o.error.empty();
     if (options.has("--json"))
         writeReport(json, settings, inputs, outputs, outcomes, seconds);
-    if (inputs.size() > 1 || failed > 0)
+    if (inputs.size() > 1)   // a single image's failure is its one error line
         std::cerr << "filtered " << inputs.size() - failed << " of " << inputs.size() << " images in "
                   << formatSeconds(seconds)
                   << (failed ? ", " + std::to_string(failed) + " failed" : std::string()) << "\n";
