@@ -57,13 +57,6 @@ const CommandTable kPeaksCommand{
 
 namespace {
 
-std::string singleInput(const Options& options, const char* command)
-{
-    if (options.positional().size() != 1)
-        throw UsageError(std::string(command) + " takes exactly one input image");
-    return options.positional()[0];
-}
-
 std::string fixed(double v, int decimals)
 {
     char buffer[64];

@@ -39,6 +39,8 @@ extern const OptionEntry kPadOption;
 
 // --region X,Y,W,H (empty region when absent).
 kxio::Region regionOption(const Options& options);
+// The one input image of a command, or a usage error.
+std::string singleInput(const Options& options, const char* command);
 // The output path of -o, or a usage error.
 std::string outputOption(const Options& options);
 

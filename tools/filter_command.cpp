@@ -92,25 +92,19 @@ namespace fs = std::filesystem;
 
 enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded, Transfer, RemoveTexture };
 
-const char* kindName(Kind kind)
+// Each kind and its name: its option is "--" and the name.
+const std::pair<Kind, const char*> kKinds[] = {
+    {Kind::Gabor, "gabor"},   {Kind::GaborReject, "gabor-reject"}, {Kind::BandPass, "band-pass"},
+    {Kind::BandReject, "band-reject"}, {Kind::Loaded, "load"}, {Kind::Transfer, "transfer"},
+    {Kind::RemoveTexture, "remove-texture"},
+};
+
+std::string kindName(Kind kind)
 {
-    switch (kind) {
-    case Kind::Gabor:
-        return "gabor";
-    case Kind::GaborReject:
-        return "gabor-reject";
-    case Kind::BandPass:
-        return "band-pass";
-    case Kind::BandReject:
-        return "band-reject";
-    case Kind::Loaded:
-        return "load";
-    case Kind::RemoveTexture:
-        return "remove-texture";
-    case Kind::Transfer:
-        break;
-    }
-    return "transfer";
+    for (const auto& [k, name] : kKinds)
+        if (k == kind)
+            return name;
+    return "";
 }
 
 struct FilterChoice {
@@ -391,11 +385,8 @@ Kind chosenKind(const Options& options)
 {
     int chosen = 0;
     Kind kind = Kind::Gabor;
-    for (auto [flag, k] : {std::pair<const char*, Kind>{"--gabor", Kind::Gabor}, {"--gabor-reject", Kind::GaborReject},
-                           {"--band-pass", Kind::BandPass}, {"--band-reject", Kind::BandReject},
-                           {"--load", Kind::Loaded}, {"--transfer", Kind::Transfer},
-                           {"--remove-texture", Kind::RemoveTexture}})
-        if (options.has(flag)) {
+    for (const auto& [k, name] : kKinds)
+        if (options.has(std::string("--") + name)) {
             kind = k;
             ++chosen;
         }

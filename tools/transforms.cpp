@@ -48,6 +48,13 @@ kxio::Region regionOption(const Options& options)
     return region;
 }
 
+std::string singleInput(const Options& options, const char* command)
+{
+    if (options.positional().size() != 1)
+        throw UsageError(std::string(command) + " takes exactly one input image");
+    return options.positional()[0];
+}
+
 std::string outputOption(const Options& options)
 {
     const std::string out = options.value("--out");

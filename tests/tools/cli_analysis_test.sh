@@ -5,12 +5,7 @@
 # photograph; bad input gets one clear line, a non-zero status and no output.
 #   cli_analysis_test.sh KXFREQ HELPER DATA_DIR
 set -uo pipefail
-kx=$1
-helper=$2
-data=$3
 . "$(dirname "$0")/cli_lib.sh"
-
-make_images "$helper"
 w=$work
 
 # within NAME VALUE EXPECTED TOLERANCE: |VALUE - EXPECTED| <= TOLERANCE

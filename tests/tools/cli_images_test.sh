@@ -6,12 +6,7 @@
 # JSON report.
 #   cli_images_test.sh KXFREQ HELPER DATA_DIR
 set -uo pipefail
-kx=$1
-helper=$2
-data=$3
 . "$(dirname "$0")/cli_lib.sh"
-
-make_images "$helper"
 has_tiff=0
 "$helper" tiff "$work" && has_tiff=1
 w=$work

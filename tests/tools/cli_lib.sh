@@ -1,5 +1,10 @@
-# Helpers shared by the command-line tests; sourced by each of them. Makes a
-# scratch directory $work (removed on exit) and counts passes and failures.
+# Helpers shared by the command-line tests; each sources it with its own
+# arguments, KXFREQ HELPER [DATA_DIR] (the tool, make_test_images, the test
+# images' folder). Makes a scratch directory $work (removed on exit) holding
+# the standard test images, and counts passes and failures.
+kx=$1
+helper=$2
+data=${3:-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -47,17 +52,12 @@ expect_one_error() {
   if [ "$lines" = 1 ] && [ ! -s "$work/out.txt" ]; then pass; else fail "$1: not one line: $(cat "$work/err.txt" "$work/out.txt")"; fi
 }
 
-# make_images HELPER: the standard test images in $work; has_png tells
-# whether PNG files were made too.
-make_images() {
-  "$1" "$work" || { echo "cannot make test images"; exit 1; }
-  has_png=0
-  [ -f "$work/gray8.png" ] && has_png=1
-  return 0
-}
-
 # finish: the summary; the status tells whether everything passed.
 finish() {
   echo "$passes passed, $failures failed"
   [ "$failures" = 0 ]
 }
+
+"$helper" "$work" || { echo "cannot make test images"; exit 1; }
+has_png=0   # whether PNG files were made too
+[ -f "$work/gray8.png" ] && has_png=1

@@ -2,11 +2,7 @@
 # Runs the kxfreq tool as a user would and checks what it prints and writes.
 #   cli_test.sh KXFREQ MAKE_TEST_IMAGES
 set -uo pipefail
-kx=$1
-make_images=$2
 . "$(dirname "$0")/cli_lib.sh"
-
-make_images "$make_images"
 
 # help and version
 expect_ok "help" "$kx" --help

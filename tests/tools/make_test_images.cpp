@@ -376,6 +376,29 @@ double smoothNoise(double x, double y, double cell, unsigned long seed)
     return top + (bottom - top) * sy;
 }
 
+// A w x h image of `bits` bits whose pixel (x, y) is f(x, y), rounded and
+// clamped to the pixel range.
+template <typename F>
+GreyImage pixelsOf(int bits, long w, long h, F f)
+{
+    GreyImage out;
+    out.bits = bits;
+    const double top = bits == 8 ? 255.0 : 65535.0;
+    if (bits == 8)
+        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
+    else
+        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x) {
+            const double p = std::min(top, std::max(0.0, std::round(f(x, y))));
+            if (bits == 8)
+                out.pixels8(x, y) = static_cast<unsigned char>(p);
+            else
+                out.pixels16(x, y) = static_cast<unsigned short>(p);
+        }
+    return out;
+}
+
 int scene(const std::string& path, long w, long h, int bits, unsigned long seed)
 {
     kxPelBuffer<double> v(w, h);
@@ -395,51 +418,16 @@ int scene(const std::string& path, long w, long h, int bits, unsigned long seed)
             }
             v(x, y) = std::min(1.0, std::max(0.0, 0.15 + 0.7 * s));
         }
-    GreyImage image;
-    image.bits = bits == 16 ? 16 : 8;
-    const double top = image.bits == 8 ? 255.0 : 65535.0;
-    if (image.bits == 8)
-        image.pixels8 = kxPelBuffer<unsigned char>(w, h);
-    else
-        image.pixels16 = kxPelBuffer<unsigned short>(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            const double p = std::round(v(x, y) * top);
-            if (image.bits == 8)
-                image.pixels8(x, y) = static_cast<unsigned char>(p);
-            else
-                image.pixels16(x, y) = static_cast<unsigned short>(p);
-        }
-    writeImage(path, image);
+    const int depth = bits == 16 ? 16 : 8;
+    const double top = depth == 8 ? 255.0 : 65535.0;
+    writeImage(path, pixelsOf(depth, w, h, [&](long x, long y) { return v(x, y) * top; }));
     return 0;
-}
-
-// `image` with every pixel replaced by f(value, x, y), rounded and clamped.
-template <typename F>
-GreyImage mapped(const GreyImage& image, long w, long h, F f)
-{
-    GreyImage out;
-    out.bits = image.bits;
-    const double top = image.bits == 8 ? 255.0 : 65535.0;
-    if (out.bits == 8)
-        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
-    else
-        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            const double p = std::min(top, std::max(0.0, std::round(f(x, y))));
-            if (out.bits == 8)
-                out.pixels8(x, y) = static_cast<unsigned char>(p);
-            else
-                out.pixels16(x, y) = static_cast<unsigned short>(p);
-        }
-    return out;
 }
 
 int halve(const std::string& in, const std::string& out)
 {
     const GreyImage image = readImage(in);
-    writeImage(out, mapped(image, image.width() / 2, image.height() / 2, [&](long x, long y) {
+    writeImage(out, pixelsOf(image.bits, image.width() / 2, image.height() / 2, [&](long x, long y) {
                    return (pel(image, 2 * x, 2 * y) + pel(image, 2 * x + 1, 2 * y) + pel(image, 2 * x, 2 * y + 1) +
                            pel(image, 2 * x + 1, 2 * y + 1)) / 4;
                }));
@@ -449,7 +437,7 @@ int halve(const std::string& in, const std::string& out)
 int vary(const std::string& in, const std::string& out, double gain, double offset, double noise, unsigned long seed)
 {
     const GreyImage image = readImage(in);
-    writeImage(out, mapped(image, image.width(), image.height(), [&](long x, long y) {
+    writeImage(out, pixelsOf(image.bits, image.width(), image.height(), [&](long x, long y) {
                    const double n = noise * (2 * hashed(static_cast<unsigned long>(x), static_cast<unsigned long>(y), seed) - 1);
                    return pel(image, x, y) * gain + offset + n;
                }));
@@ -460,7 +448,7 @@ int grating(const std::string& in, const std::string& out, double angle, double 
 {
     const GreyImage image = readImage(in);
     const double c = std::cos(angle * kPi / 180), s = std::sin(angle * kPi / 180);
-    writeImage(out, mapped(image, image.width(), image.height(), [&](long x, long y) {
+    writeImage(out, pixelsOf(image.bits, image.width(), image.height(), [&](long x, long y) {
                    const double wave = std::cos(2 * kPi * (x * c + y * s) / period);
                    return pel(image, x, y) + (wave >= 0 ? amplitude : -amplitude);
                }));
