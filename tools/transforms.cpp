@@ -214,21 +214,7 @@ kxio::GreyImage toPixels(const Complex& result, int bits, OutputMode mode, bool 
             offset = -lo * gain;
         }
     }
-    kxio::GreyImage out;
-    out.bits = bits;
-    if (bits == 8)
-        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
-    else
-        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            const double v = std::min(top, std::max(0.0, std::round(values(x, y) * gain + offset)));
-            if (bits == 8)
-                out.pixels8(x, y) = static_cast<unsigned char>(v);
-            else
-                out.pixels16(x, y) = static_cast<unsigned short>(v);
-        }
-    return out;
+    return kxio::roundedImage(bits, w, h, [&](long x, long y) { return values(x, y) * gain + offset; });
 }
 
 }  // namespace kxcli

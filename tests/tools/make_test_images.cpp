@@ -376,29 +376,6 @@ double smoothNoise(double x, double y, double cell, unsigned long seed)
     return top + (bottom - top) * sy;
 }
 
-// A w x h image of `bits` bits whose pixel (x, y) is f(x, y), rounded and
-// clamped to the pixel range.
-template <typename F>
-GreyImage pixelsOf(int bits, long w, long h, F f)
-{
-    GreyImage out;
-    out.bits = bits;
-    const double top = bits == 8 ? 255.0 : 65535.0;
-    if (bits == 8)
-        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
-    else
-        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            const double p = std::min(top, std::max(0.0, std::round(f(x, y))));
-            if (bits == 8)
-                out.pixels8(x, y) = static_cast<unsigned char>(p);
-            else
-                out.pixels16(x, y) = static_cast<unsigned short>(p);
-        }
-    return out;
-}
-
 int scene(const std::string& path, long w, long h, int bits, unsigned long seed)
 {
     kxPelBuffer<double> v(w, h);
@@ -420,14 +397,14 @@ int scene(const std::string& path, long w, long h, int bits, unsigned long seed)
         }
     const int depth = bits == 16 ? 16 : 8;
     const double top = depth == 8 ? 255.0 : 65535.0;
-    writeImage(path, pixelsOf(depth, w, h, [&](long x, long y) { return v(x, y) * top; }));
+    writeImage(path, roundedImage(depth, w, h, [&](long x, long y) { return v(x, y) * top; }));
     return 0;
 }
 
 int halve(const std::string& in, const std::string& out)
 {
     const GreyImage image = readImage(in);
-    writeImage(out, pixelsOf(image.bits, image.width() / 2, image.height() / 2, [&](long x, long y) {
+    writeImage(out, roundedImage(image.bits, image.width() / 2, image.height() / 2, [&](long x, long y) {
                    return (pel(image, 2 * x, 2 * y) + pel(image, 2 * x + 1, 2 * y) + pel(image, 2 * x, 2 * y + 1) +
                            pel(image, 2 * x + 1, 2 * y + 1)) / 4;
                }));
@@ -437,7 +414,7 @@ int halve(const std::string& in, const std::string& out)
 int vary(const std::string& in, const std::string& out, double gain, double offset, double noise, unsigned long seed)
 {
     const GreyImage image = readImage(in);
-    writeImage(out, pixelsOf(image.bits, image.width(), image.height(), [&](long x, long y) {
+    writeImage(out, roundedImage(image.bits, image.width(), image.height(), [&](long x, long y) {
                    const double n = noise * (2 * hashed(static_cast<unsigned long>(x), static_cast<unsigned long>(y), seed) - 1);
                    return pel(image, x, y) * gain + offset + n;
                }));
@@ -448,7 +425,7 @@ int grating(const std::string& in, const std::string& out, double angle, double 
 {
     const GreyImage image = readImage(in);
     const double c = std::cos(angle * kPi / 180), s = std::sin(angle * kPi / 180);
-    writeImage(out, pixelsOf(image.bits, image.width(), image.height(), [&](long x, long y) {
+    writeImage(out, roundedImage(image.bits, image.width(), image.height(), [&](long x, long y) {
                    const double wave = std::cos(2 * kPi * (x * c + y * s) / period);
                    return pel(image, x, y) + (wave >= 0 ? amplitude : -amplitude);
                }));
