@@ -82,7 +82,10 @@ const CommandTable kFilterCommand{
          "stretch each result to the full grey range (signed:\n"
          "keeping zero at mid-grey)"},
         {"--jobs", nullptr, "N", "process N images at once (default 1)"},
-        {"--json", nullptr, "FILE", "write a report of the run (per input: output, size,\nfilter, time, status)"},
+        {"--json", nullptr, "FILE",
+         "write a report of the run (per input: output, size,\n"
+         "filter, time, status; with --remove-texture the\n"
+         "components removed)"},
     },
     nullptr};
 
