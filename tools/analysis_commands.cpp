@@ -118,7 +118,8 @@ int runRegister(const std::vector<std::string>& args)
 
     if (options.has("--json"))
         std::cout << "{\"dx\": " << jsonNumber(r.dx) << ", \"dy\": " << jsonNumber(r.dy)
-                  << ", \"confidence\": " << jsonNumber(r.confidence) << ", \"reference\": " << jsonString(referencePath)
+                  << ", \"confidence\": " << jsonNumber(r.confidence)
+                  << ", \"reference\": " << jsonString(referencePath)
                   << ", \"moving\": " << jsonString(movingPath) << ", \"width\": " << reference.width()
                   << ", \"height\": " << reference.height() << "}\n";
     else

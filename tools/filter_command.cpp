@@ -97,8 +97,12 @@ enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded, Transfer, Re
 
 // Each kind and its name: its option is "--" and the name.
 const std::pair<Kind, const char*> kKinds[] = {
-    {Kind::Gabor, "gabor"},   {Kind::GaborReject, "gabor-reject"}, {Kind::BandPass, "band-pass"},
-    {Kind::BandReject, "band-reject"}, {Kind::Loaded, "load"}, {Kind::Transfer, "transfer"},
+    {Kind::Gabor, "gabor"},
+    {Kind::GaborReject, "gabor-reject"},
+    {Kind::BandPass, "band-pass"},
+    {Kind::BandReject, "band-reject"},
+    {Kind::Loaded, "load"},
+    {Kind::Transfer, "transfer"},
     {Kind::RemoveTexture, "remove-texture"},
 };
 

@@ -370,7 +370,9 @@ double smoothNoise(double x, double y, double cell, unsigned long seed)
     const long ix = static_cast<long>(std::floor(gx)), iy = static_cast<long>(std::floor(gy));
     const double fx = gx - ix, fy = gy - iy;
     const double sx = fx * fx * (3 - 2 * fx), sy = fy * fy * (3 - 2 * fy);
-    auto at = [&](long i, long j) { return hashed(static_cast<unsigned long>(i + 100000), static_cast<unsigned long>(j + 100000), seed); };
+    auto at = [&](long i, long j) {
+        return hashed(static_cast<unsigned long>(i + 100000), static_cast<unsigned long>(j + 100000), seed);
+    };
     const double top = at(ix, iy) + (at(ix + 1, iy) - at(ix, iy)) * sx;
     const double bottom = at(ix, iy + 1) + (at(ix + 1, iy + 1) - at(ix, iy + 1)) * sx;
     return top + (bottom - top) * sy;
@@ -415,7 +417,8 @@ int vary(const std::string& in, const std::string& out, double gain, double offs
 {
     const GreyImage image = readImage(in);
     writeImage(out, roundedImage(image.bits, image.width(), image.height(), [&](long x, long y) {
-                   const double n = noise * (2 * hashed(static_cast<unsigned long>(x), static_cast<unsigned long>(y), seed) - 1);
+                   const double u = hashed(static_cast<unsigned long>(x), static_cast<unsigned long>(y), seed);
+                   const double n = noise * (2 * u - 1);
                    return pel(image, x, y) * gain + offset + n;
                }));
     return 0;
