@@ -87,6 +87,12 @@ expect_ok "register 8 against 16 bits" "$kx" register "$w/ref.pgm" "$w/mov16.pgm
 read -r dx dy _ < "$w/out.txt"
 within "8/16-bit dx" "$dx" -30 0.5
 within "8/16-bit dy" "$dy" 20 0.5
+# 16-bit views
+"$helper" crop "$w/scene16.pgm" 100 100 200 180 "$w/ref16.pgm"
+expect_ok "register 16 bits" "$kx" register "$w/ref16.pgm" "$w/mov16.pgm"
+read -r dx dy _ < "$w/out.txt"
+within "16-bit dx" "$dx" -30 0.5
+within "16-bit dy" "$dy" 20 0.5
 
 # unrelated images: low confidence, well below a true pair's
 "$helper" crop "$w/other.pgm" 100 100 200 180 "$w/unrelated.pgm"
