@@ -4,6 +4,7 @@
 #include "image_io.h"
 #include "options.h"
 
+#include <kx/analysis.h>
 #include <kx/fft.h>
 
 #include <iosfwd>
@@ -16,11 +17,15 @@ int runDemo(const std::vector<std::string>& args);
 int runSpectrum(const std::vector<std::string>& args);
 int runFilter(const std::vector<std::string>& args);
 int runRoundtrip(const std::vector<std::string>& args);
+int runRegister(const std::vector<std::string>& args);
+int runPeaks(const std::vector<std::string>& args);
 
 extern const CommandTable kDemoCommand;
 extern const CommandTable kSpectrumCommand;
 extern const CommandTable kFilterCommand;
 extern const CommandTable kRoundtripCommand;
+extern const CommandTable kRegisterCommand;
+extern const CommandTable kPeaksCommand;
 
 // A failure of a command that is not a usage mistake.
 class CommandError : public std::runtime_error {
@@ -34,8 +39,26 @@ extern const OptionEntry kPadOption;
 
 // --region X,Y,W,H (empty region when absent).
 kxio::Region regionOption(const Options& options);
+// The one input image of a command, or a usage error.
+std::string singleInput(const Options& options, const char* command);
 // The output path of -o, or a usage error.
 std::string outputOption(const Options& options);
+
+// --max N: the most periodic components reported or removed.
+extern const OptionEntry kMaxComponentsOption;
+long maxComponentsOption(const Options& options);
+// Periodic components as lines of text ("component 1: frequency ... period
+// ... angle ... strength ... harmonics N", each harmonic indented below its
+// component) and as a JSON array; angles in degrees, 0 to 180.
+std::vector<std::string> componentLines(const std::vector<kxPeriodicComponent>& components);
+std::string componentsJson(const std::vector<kxPeriodicComponent>& components);
+
+// A JSON string literal (quoted and escaped) and a JSON number (all the
+// digits a double needs).
+std::string jsonString(const std::string& s);
+std::string jsonNumber(double v);
+// "1.234 s".
+std::string formatSeconds(double seconds);
 
 // Writes one line to a stream, never interleaved with another thread's line.
 void printLine(std::ostream& stream, const std::string& line);

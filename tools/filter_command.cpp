@@ -29,8 +29,8 @@ const CommandTable kFilterCommand{
     "refused before any work. One line per finished image is printed.\n"
     "\n"
     "FILTER is exactly one of --gabor, --gabor-reject, --band-pass, --band-reject,\n"
-    "--load FILE or --transfer GAIN. Frequencies are in cycles per pixel (0 to\n"
-    "0.5); a pattern with a period of P pixels has frequency 1/P.\n"
+    "--load FILE, --transfer GAIN or --remove-texture. Frequencies are in cycles\n"
+    "per pixel (0 to 0.5); a pattern with a period of P pixels has frequency 1/P.\n"
     "\n"
     "Angles: 0 degrees is a pattern whose brightness varies along x (vertical\n"
     "stripes); 90 degrees varies along y (horizontal stripes); positive angles\n"
@@ -54,6 +54,12 @@ const CommandTable kFilterCommand{
          "a gain image (.png, .tif or .pgm) of the padded size,\n"
          "zero frequency in the middle: 0 rejects, full scale\n"
          "passes"},
+        {"--remove-texture", nullptr, nullptr,
+         "finds each image's periodic components (as 'kxfreq\n"
+         "peaks' lists them) and removes them with their\n"
+         "harmonics, up to the image's borders; takes only\n"
+         "--max, --region, --jobs and --json"},
+        kMaxComponentsOption,
         {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
         {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},
         {"--sigma", nullptr, "S[,S2]",
@@ -76,7 +82,10 @@ const CommandTable kFilterCommand{
          "stretch each result to the full grey range (signed:\n"
          "keeping zero at mid-grey)"},
         {"--jobs", nullptr, "N", "process N images at once (default 1)"},
-        {"--json", nullptr, "FILE", "write a report of the run (per input: output, size,\nfilter, time, status)"},
+        {"--json", nullptr, "FILE",
+         "write a report of the run (per input: output, size,\n"
+         "filter, time, status; with --remove-texture the\n"
+         "components removed)"},
     },
     nullptr};
 
@@ -84,25 +93,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded, Transfer };
+enum class Kind { Gabor, GaborReject, BandPass, BandReject, Loaded, Transfer, RemoveTexture };
 
-const char* kindName(Kind kind)
+// Each kind and its name: its option is "--" and the name.
+const std::pair<Kind, const char*> kKinds[] = {
+    {Kind::Gabor, "gabor"},
+    {Kind::GaborReject, "gabor-reject"},
+    {Kind::BandPass, "band-pass"},
+    {Kind::BandReject, "band-reject"},
+    {Kind::Loaded, "load"},
+    {Kind::Transfer, "transfer"},
+    {Kind::RemoveTexture, "remove-texture"},
+};
+
+std::string kindName(Kind kind)
 {
-    switch (kind) {
-    case Kind::Gabor:
-        return "gabor";
-    case Kind::GaborReject:
-        return "gabor-reject";
-    case Kind::BandPass:
-        return "band-pass";
-    case Kind::BandReject:
-        return "band-reject";
-    case Kind::Loaded:
-        return "load";
-    case Kind::Transfer:
-        break;
-    }
-    return "transfer";
+    for (const auto& [k, name] : kKinds)
+        if (k == kind)
+            return name;
+    return "";
 }
 
 struct FilterChoice {
@@ -110,6 +119,7 @@ struct FilterChoice {
     std::pair<double, double> sigma, plateau;
     double angleDegrees = 0, frequency = 0.1;
     long dcRadius = 0;
+    long maxComponents = 8;   // --remove-texture
     bool periodGiven = false;
     std::string source;   // --load or --transfer file
     std::shared_ptr<const kxFrequencyFilter> loaded;
@@ -153,6 +163,7 @@ std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const 
                                                                  choice.dcRadius);
         case Kind::Loaded:
         case Kind::Transfer:
+        case Kind::RemoveTexture:
             break;
         }
     } catch (const kxException& e) {
@@ -253,7 +264,20 @@ struct Outcome {
     long width = 0, height = 0;
     double seconds = 0;
     std::string error;
+    std::vector<kxPeriodicComponent> removed;   // --remove-texture
 };
+
+// --remove-texture: the library finds, removes and reports the components,
+// padding the image itself.
+kxio::GreyImage removeTexture(const kxio::GreyImage& image, const FilterChoice& choice,
+                              std::vector<kxPeriodicComponent>& removed)
+{
+    kxTextureRemovalOptions options;
+    options.search.maxComponents = choice.maxComponents;
+    if (image.bits == 8)
+        return kxio::makeImage8(kfRemovePeriodicTexture<unsigned char>(image.pixels8, options, &removed));
+    return kxio::makeImage16(kfRemovePeriodicTexture<unsigned short>(image.pixels16, options, &removed));
+}
 
 // Filters one image; `preread` is the image when it has been read already.
 void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
@@ -263,10 +287,20 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
     preread.reset();
     outcome.width = image.width();
     outcome.height = image.height();
+    const FilterChoice& choice = settings.choice;
+    if (choice.kind == Kind::RemoveTexture) {
+        kxio::GreyImage result;
+        try {
+            result = removeTexture(image, choice, outcome.removed);
+        } catch (const kxException& e) {
+            throw CommandError(in + ": " + e.what());
+        }
+        kxio::writeImage(out, result);
+        return;
+    }
     kxFrequencyBuffer spectrum;
     forward(image, settings.padding, spectrum);
     const long pw = spectrum.width(), ph = spectrum.height();
-    const FilterChoice& choice = settings.choice;
     double factor = 1;
     try {
         if (choice.kind == Kind::Transfer) {
@@ -296,37 +330,14 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
     kxio::writeImage(out, toPixels(result, image.bits, settings.mode, settings.scale));
 }
 
-std::string jsonString(const std::string& s)
-{
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char buffer[8];
-            std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-            out += buffer;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
-std::string jsonNumber(double v)
-{
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.17g", v);
-    return buffer;
-}
-
 std::string describeFilter(const Settings& settings)
 {
     const FilterChoice& c = settings.choice;
     std::ostringstream out;
     out << "{\"kind\": " << jsonString(kindName(c.kind));
-    if (c.kind == Kind::Loaded || c.kind == Kind::Transfer) {
+    if (c.kind == Kind::RemoveTexture) {
+        out << ", \"max\": " << c.maxComponents;
+    } else if (c.kind == Kind::Loaded || c.kind == Kind::Transfer) {
         out << ", \"file\": " << jsonString(c.source);
     } else {
         out << ", \"frequency\": " << jsonNumber(c.frequency);
@@ -338,10 +349,12 @@ std::string describeFilter(const Settings& settings)
             out << ", \"sigma\": " << jsonNumber(c.sigma.first) << ", \"plateau\": " << jsonNumber(c.plateau.first);
         out << ", \"dc_radius\": " << c.dcRadius;
     }
-    const char* modes[] = {"real", "signed", "magnitude"};
-    out << ", \"output\": \"" << modes[static_cast<int>(settings.mode)] << "\"";
-    out << ", \"pad\": \"" << (settings.padding == Padding::Zero ? "zero" : "mirror") << "\"";
-    out << ", \"scale\": " << (settings.scale ? "true" : "false");
+    if (c.kind != Kind::RemoveTexture) {   // which pads itself and writes the image
+        const char* modes[] = {"real", "signed", "magnitude"};
+        out << ", \"output\": \"" << modes[static_cast<int>(settings.mode)] << "\"";
+        out << ", \"pad\": \"" << (settings.padding == Padding::Zero ? "zero" : "mirror") << "\"";
+        out << ", \"scale\": " << (settings.scale ? "true" : "false");
+    }
     if (!settings.region.whole())
         out << ", \"region\": [" << settings.region.x << ", " << settings.region.y << ", " << settings.region.width
             << ", " << settings.region.height << "]";
@@ -363,6 +376,8 @@ void writeReport(const std::string& path, const Settings& settings, const std::v
             << (o.error.empty() ? jsonString(outputs[i]) : "null") << ", \"width\": " << o.width
             << ", \"height\": " << o.height << ", \"filter\": " << filter << ", \"seconds\": " << jsonNumber(o.seconds)
             << ", \"status\": " << (o.error.empty() ? "\"ok\"" : "\"error\"");
+        if (settings.choice.kind == Kind::RemoveTexture && o.error.empty())
+            out << ", \"removed\": " << componentsJson(o.removed);
         if (!o.error.empty())
             out << ", \"error\": " << jsonString(o.error);
         out << "}" << (i + 1 < inputs.size() ? "," : "") << "\n";
@@ -377,16 +392,14 @@ Kind chosenKind(const Options& options)
 {
     int chosen = 0;
     Kind kind = Kind::Gabor;
-    for (auto [flag, k] : {std::pair<const char*, Kind>{"--gabor", Kind::Gabor}, {"--gabor-reject", Kind::GaborReject},
-                           {"--band-pass", Kind::BandPass}, {"--band-reject", Kind::BandReject},
-                           {"--load", Kind::Loaded}, {"--transfer", Kind::Transfer}})
-        if (options.has(flag)) {
+    for (const auto& [k, name] : kKinds)
+        if (options.has(std::string("--") + name)) {
             kind = k;
             ++chosen;
         }
     if (chosen != 1)
-        throw UsageError("give exactly one filter: --gabor, --gabor-reject, --band-pass, --band-reject, --load FILE "
-                         "or --transfer GAIN");
+        throw UsageError("give exactly one filter: --gabor, --gabor-reject, --band-pass, --band-reject, --load FILE, "
+                         "--transfer GAIN or --remove-texture");
     return kind;
 }
 
@@ -396,6 +409,17 @@ FilterChoice parseFilter(const Options& options)
     FilterChoice choice;
     choice.kind = chosenKind(options);
     const std::string name = std::string("--") + kindName(choice.kind);
+    if (choice.kind == Kind::RemoveTexture) {
+        for (const char* option : {"--frequency", "--period", "--sigma", "--plateau", "--angle", "--dc-radius"})
+            options.refuse(option, "not used with --remove-texture: the components are found in each image");
+        options.refuse("--save", "not used with --remove-texture: each image gets its own filter");
+        options.refuse("--pad", "not used with --remove-texture: it pads each image itself");
+        options.refuse("--output", "not used with --remove-texture: the result is the image without its texture");
+        options.refuse("--scale", "not used with --remove-texture: the result keeps the image's grey levels");
+        choice.maxComponents = maxComponentsOption(options);
+        return choice;
+    }
+    options.refuse("--max", "used only with --remove-texture");
     if (choice.kind == Kind::Loaded || choice.kind == Kind::Transfer) {
         for (const char* option : {"--frequency", "--period", "--sigma", "--plateau", "--angle", "--dc-radius"})
             options.refuse(option, "not used with " + name + ": the filter comes from the file");
@@ -429,13 +453,6 @@ FilterChoice parseFilter(const Options& options)
     }
     choice.dcRadius = options.integer("--dc-radius", 0, -1000000000L, 1000000000L);
     return choice;
-}
-
-std::string formatSeconds(double seconds)
-{
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.3f s", seconds);
-    return buffer;
 }
 
 }  // namespace
@@ -496,7 +513,7 @@ int runFilter(const std::vector<std::string>& args)
         } catch (const kxio::ImageError& e) {
             optionError("--transfer", e.what());
         }
-    } else {
+    } else if (settings.choice.kind != Kind::RemoveTexture) {
         makeFilter(settings.choice, kxPair<long>(1, 1));   // validates the parameters
     }
     // The filter is stored for the first image's size: that image is read
@@ -523,7 +540,11 @@ int runFilter(const std::vector<std::string>& args)
                 outcome.error = e.what();
             }
             outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-            if (outcome.error.empty())
+            if (outcome.error.empty() && settings.choice.kind == Kind::RemoveTexture)
+                printLine(std::cout, outputs[i] + " (" + formatSeconds(outcome.seconds) + ", " +
+                                         std::to_string(outcome.removed.size()) + " periodic component" +
+                                         (outcome.removed.size() == 1 ? "" : "s") + " removed)");
+            else if (outcome.error.empty())
                 printLine(std::cout, outputs[i] + " (" + formatSeconds(outcome.seconds) + ")");
             else
                 printLine(std::cerr, "kxfreq: error: " + outcome.error);
@@ -542,7 +563,7 @@ int runFilter(const std::vector<std::string>& args)
         failed += !o.error.empty();
     if (options.has("--json"))
         writeReport(json, settings, inputs, outputs, outcomes, seconds);
-    if (inputs.size() > 1 || failed > 0)
+    if (inputs.size() > 1)   // a single image's failure is its one error line
         std::cerr << "filtered " << inputs.size() - failed << " of " << inputs.size() << " images in "
                   << formatSeconds(seconds)
                   << (failed ? ", " + std::to_string(failed) + " failed" : std::string()) << "\n";

@@ -16,6 +16,8 @@
 // leaves no partial output behind.
 #include <kx/core/pel_buffer.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <functional>
 #include <stdexcept>
@@ -97,6 +99,29 @@ void writeImage(const std::string& path, const GreyImage& image, Format format);
 inline void writeImage(const std::string& path, const GreyImage& image) { writeImage(path, image, formatFor(path)); }
 // Writes bytes to `path` through a temporary file in the same directory.
 void writeFileAtomically(const std::string& path, const std::vector<unsigned char>& bytes);
+
+// A w x h image of `bits` (8 or 16) bits whose pixel (x, y) is value(x, y),
+// rounded and clamped to the pixel range: nothing wraps round.
+template <typename F>
+GreyImage roundedImage(int bits, long w, long h, F value)
+{
+    GreyImage out;
+    out.bits = bits;
+    const double top = bits == 8 ? 255.0 : 65535.0;
+    if (bits == 8)
+        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
+    else
+        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x) {
+            const double v = std::min(top, std::max(0.0, std::round(value(x, y))));
+            if (bits == 8)
+                out.pixels8(x, y) = static_cast<unsigned char>(v);
+            else
+                out.pixels16(x, y) = static_cast<unsigned short>(v);
+        }
+    return out;
+}
 
 GreyImage makeImage8(const kxPelBuffer<unsigned char>& pixels);
 GreyImage makeImage16(const kxPelBuffer<unsigned short>& pixels);

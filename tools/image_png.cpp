@@ -142,16 +142,25 @@ bool writeAll(png_structp png, png_infop info, WriteTarget* target, png_uint_32 
     return true;
 }
 
-class ReadStruct {
+// libpng's read or write structure with its info, destroyed together.
+template <bool Writing>
+class PngStruct {
 public:
-    explicit ReadStruct(ErrorSink* sink)
-        : png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, sink, onError, onWarning)),
+    explicit PngStruct(ErrorSink* sink)
+        : png_(Writing ? png_create_write_struct(PNG_LIBPNG_VER_STRING, sink, onError, onWarning)
+                       : png_create_read_struct(PNG_LIBPNG_VER_STRING, sink, onError, onWarning)),
           info_(png_ ? png_create_info_struct(png_) : nullptr)
     {
     }
-    ~ReadStruct() { png_destroy_read_struct(&png_, &info_, nullptr); }
-    ReadStruct(const ReadStruct&) = delete;
-    ReadStruct& operator=(const ReadStruct&) = delete;
+    ~PngStruct()
+    {
+        if (Writing)
+            png_destroy_write_struct(&png_, &info_);
+        else
+            png_destroy_read_struct(&png_, &info_, nullptr);
+    }
+    PngStruct(const PngStruct&) = delete;
+    PngStruct& operator=(const PngStruct&) = delete;
     png_structp png() const { return png_; }
     png_infop info() const { return info_; }
 
@@ -160,23 +169,8 @@ private:
     png_infop info_;
 };
 
-class WriteStruct {
-public:
-    explicit WriteStruct(ErrorSink* sink)
-        : png_(png_create_write_struct(PNG_LIBPNG_VER_STRING, sink, onError, onWarning)),
-          info_(png_ ? png_create_info_struct(png_) : nullptr)
-    {
-    }
-    ~WriteStruct() { png_destroy_write_struct(&png_, &info_); }
-    WriteStruct(const WriteStruct&) = delete;
-    WriteStruct& operator=(const WriteStruct&) = delete;
-    png_structp png() const { return png_; }
-    png_infop info() const { return info_; }
-
-private:
-    png_structp png_;
-    png_infop info_;
-};
+using ReadStruct = PngStruct<false>;
+using WriteStruct = PngStruct<true>;
 
 template <typename T>
 void deliver(RowSink& sink, long y, long width, const unsigned char* row)

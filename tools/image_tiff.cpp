@@ -155,6 +155,33 @@ toff_t memorySeek(thandle_t h, toff_t offset, int whence)
 
 toff_t memorySize(thandle_t h) { return static_cast<MemoryFile*>(h)->bytes.size(); }
 
+// A TIFF opened over client procedures, with what libtiff says about it:
+// fail() gives libtiff's first error, or else `what`, after `failure` and the
+// file's name.
+class Session {
+public:
+    Session(const std::string& name, const char* mode, const char* failure, thandle_t client, TIFFReadWriteProc read,
+            TIFFReadWriteProc write, TIFFSeekProc seek, TIFFSizeProc size)
+        : name_(name), failure_(failure), options_(&messages_),
+          handle_(TIFFClientOpenExt(name.c_str(), mode, client, read, write, seek, sourceClose, size, noMap, noUnmap,
+                                    options_.get()))
+    {
+    }
+    TIFF* get() const { return handle_.get(); }
+    bool close() { return handle_.close(); }
+    [[noreturn]] void fail(const char* what) const
+    {
+        detail::fail(name_, failure_ + (messages_.error.empty() ? what : messages_.error));
+    }
+
+private:
+    std::string name_;
+    std::string failure_;
+    Messages messages_;   // before the options and the handle, which report into it
+    OpenOptions options_;
+    Handle handle_;
+};
+
 // One row of samples (8- or 16-bit) to grey.
 template <typename S>
 void toGrey(const S* samples, long count, int perPixel, bool colour, bool inverted, S* grey)
@@ -174,13 +201,8 @@ void toGrey(const S* samples, long count, int perPixel, bool colour, bool invert
 void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
 {
     const std::string& name = source.name();
-    Messages messages;
-    const OpenOptions options(&messages);
-    Handle tiff(TIFFClientOpenExt(name.c_str(), "rm", &source, sourceRead, sourceWrite, sourceSeek, sourceClose,
-                                  sourceSize, noMap, noUnmap, options.get()));
-    auto corrupt = [&](const char* what) {
-        fail(name, std::string("corrupt TIFF: ") + (messages.error.empty() ? what : messages.error));
-    };
+    Session tiff(name, "rm", "corrupt TIFF: ", &source, sourceRead, sourceWrite, sourceSeek, sourceSize);
+    auto corrupt = [&](const char* what) { tiff.fail(what); };
     if (!tiff.get())
         corrupt("cannot read the header");
     TIFF* t = tiff.get();
@@ -269,14 +291,9 @@ void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
 
 std::vector<unsigned char> encodeTiff(const std::string& path, const GreyImage& image)
 {
-    Messages messages;
-    const OpenOptions options(&messages);
     MemoryFile file;
-    Handle tiff(TIFFClientOpenExt(path.c_str(), "w", &file, memoryRead, memoryWrite, memorySeek, sourceClose,
-                                  memorySize, noMap, noUnmap, options.get()));
-    auto failed = [&](const char* what) {
-        fail(path, std::string("TIFF encoding failed: ") + (messages.error.empty() ? what : messages.error));
-    };
+    Session tiff(path, "w", "TIFF encoding failed: ", &file, memoryRead, memoryWrite, memorySeek, memorySize);
+    auto failed = [&](const char* what) { tiff.fail(what); };
     if (!tiff.get())
         failed("cannot start");
     TIFF* t = tiff.get();

@@ -22,8 +22,11 @@ struct Command {
 const Command kCommands[] = {
     {&kxcli::kDemoCommand, kxcli::runDemo, "filter a built-in inspection image and write the pictures"},
     {&kxcli::kSpectrumCommand, kxcli::runSpectrum, "write a picture of an image's spectrum"},
-    {&kxcli::kFilterCommand, kxcli::runFilter, "filter images with a Gabor, band or painted filter"},
+    {&kxcli::kFilterCommand, kxcli::runFilter, "filter images with a Gabor, band or painted filter, or\n"
+     "                remove their periodic texture"},
     {&kxcli::kRoundtripCommand, kxcli::runRoundtrip, "transform an image forward and back"},
+    {&kxcli::kRegisterCommand, kxcli::runRegister, "measure the shift between two images, to a fraction of a pixel"},
+    {&kxcli::kPeaksCommand, kxcli::runPeaks, "list the periodic components (textures, stripes) of an image"},
 };
 
 std::string mainHelp()

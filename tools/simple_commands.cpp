@@ -51,13 +51,6 @@ const CommandTable kRoundtripCommand{
 
 namespace {
 
-std::string singleInput(const Options& options, const char* command)
-{
-    if (options.positional().size() != 1)
-        throw UsageError(std::string(command) + " takes exactly one input image");
-    return options.positional()[0];
-}
-
 kxFrequencyDefs::FrequencyMapping mappingNamed(const std::string& name)
 {
     if (name == "clip")

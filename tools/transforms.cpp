@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <iostream>
 #include <mutex>
 
@@ -14,6 +15,12 @@ const OptionEntry kPadOption{"--pad", nullptr, "zero|mirror",
                             "fill the grid up to the power-of-two size with\n"
                             "zeros or with the image mirrored at its borders\n"
                             "(default mirror)"};
+
+const OptionEntry kMaxComponentsOption{"--max", nullptr, "N",
+                                       "at most N periodic components, strongest first\n"
+                                       "(1 to 100, default 8)"};
+
+long maxComponentsOption(const Options& options) { return options.integer("--max", 8, 1, 100); }
 
 kxio::Region regionOption(const Options& options)
 {
@@ -41,6 +48,13 @@ kxio::Region regionOption(const Options& options)
     return region;
 }
 
+std::string singleInput(const Options& options, const char* command)
+{
+    if (options.positional().size() != 1)
+        throw UsageError(std::string(command) + " takes exactly one input image");
+    return options.positional()[0];
+}
+
 std::string outputOption(const Options& options)
 {
     const std::string out = options.value("--out");
@@ -53,6 +67,38 @@ Padding paddingOption(const Options& options, Padding fallback)
 {
     const std::string pad = options.choice("--pad", {"zero", "mirror"}, fallback == Padding::Zero ? "zero" : "mirror");
     return pad == "zero" ? Padding::Zero : Padding::Mirror;
+}
+
+std::string jsonString(const std::string& s)
+{
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
+            out += buffer;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+std::string jsonNumber(double v)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.17g", v);
+    return buffer;
+}
+
+std::string formatSeconds(double seconds)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.3f s", seconds);
+    return buffer;
 }
 
 void printLine(std::ostream& stream, const std::string& line)
@@ -168,21 +214,7 @@ kxio::GreyImage toPixels(const Complex& result, int bits, OutputMode mode, bool 
             offset = -lo * gain;
         }
     }
-    kxio::GreyImage out;
-    out.bits = bits;
-    if (bits == 8)
-        out.pixels8 = kxPelBuffer<unsigned char>(w, h);
-    else
-        out.pixels16 = kxPelBuffer<unsigned short>(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            const double v = std::min(top, std::max(0.0, std::round(values(x, y) * gain + offset)));
-            if (bits == 8)
-                out.pixels8(x, y) = static_cast<unsigned char>(v);
-            else
-                out.pixels16(x, y) = static_cast<unsigned short>(v);
-        }
-    return out;
+    return kxio::roundedImage(bits, w, h, [&](long x, long y) { return values(x, y) * gain + offset; });
 }
 
 }  // namespace kxcli

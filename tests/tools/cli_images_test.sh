@@ -6,44 +6,7 @@
 # JSON report.
 #   cli_images_test.sh KXFREQ HELPER DATA_DIR
 set -uo pipefail
-kx=$1
-helper=$2
-data=$3
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failures=0
-passes=0
-
-pass() { passes=$((passes + 1)); }
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-check() { local name=$1; shift; if "$@"; then pass; else fail "$name"; fi; }
-# awk_true 'EXPR' VAR=VALUE...: EXPR holds.
-awk_true() { local expr=$1; shift; awk "$@" "BEGIN { exit !($expr) }"; }
-
-expect_ok() {
-  local name=$1; shift
-  if "$@" > "$work/out.txt" 2> "$work/err.txt"; then pass; else fail "$name: exit $? ($(cat "$work/err.txt"))"; fi
-}
-
-# expect_error NAME TEXT OUTPUT CMD...: fails with TEXT on standard error and
-# leaves no OUTPUT (nor its temporary) behind.
-expect_error() {
-  local name=$1 text=$2 output=$3; shift 3
-  rm -rf "$output"
-  if "$@" > "$work/out.txt" 2> "$work/err.txt"; then
-    fail "$name: succeeded"
-  elif ! grep -qF -- "$text" "$work/err.txt"; then
-    fail "$name: message '$(cat "$work/err.txt")' lacks '$text'"
-  elif [ -e "$output" ] || ls "$output".partial > /dev/null 2>&1; then
-    fail "$name: left $output behind"
-  else
-    pass
-  fi
-}
-
-"$helper" "$work" || { echo "cannot make test images"; exit 1; }
-has_png=0
-[ -f "$work/gray8.png" ] && has_png=1
+. "$(dirname "$0")/cli_lib.sh"
 has_tiff=0
 "$helper" tiff "$work" && has_tiff=1
 w=$work
@@ -309,5 +272,4 @@ expect_ok "help" "$kx" filter --help
 check "filter help states the angle convention" grep -q "clockwise on the screen" "$work/out.txt"
 check "filter help comes from the option table" grep -q -- "--output MODE" "$work/out.txt"
 
-echo "$passes passed, $failures failed"
-[ "$failures" = 0 ]
+finish

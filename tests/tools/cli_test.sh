@@ -2,41 +2,7 @@
 # Runs the kxfreq tool as a user would and checks what it prints and writes.
 #   cli_test.sh KXFREQ MAKE_TEST_IMAGES
 set -uo pipefail
-kx=$1
-make_images=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failures=0
-passes=0
-
-pass() { passes=$((passes + 1)); }
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-
-# expect_ok NAME CMD...: the command succeeds.
-expect_ok() {
-  local name=$1; shift
-  if "$@" > "$work/out.txt" 2> "$work/err.txt"; then pass; else fail "$name: exit $? ($(cat "$work/err.txt"))"; fi
-}
-
-# expect_error NAME TEXT OUTPUT CMD...: the command fails with TEXT on
-# standard error, on one line, and OUTPUT does not exist afterwards.
-expect_error() {
-  local name=$1 text=$2 output=$3; shift 3
-  rm -f "$output"
-  if "$@" > "$work/out.txt" 2> "$work/err.txt"; then
-    fail "$name: succeeded"
-  elif ! grep -qF -- "$text" "$work/err.txt"; then
-    fail "$name: message '$(cat "$work/err.txt")' lacks '$text'"
-  elif [ -e "$output" ] || ls "$output".partial > /dev/null 2>&1; then
-    fail "$name: left $output behind"
-  else
-    pass
-  fi
-}
-
-"$make_images" "$work" || { echo "cannot make test images"; exit 1; }
-has_png=0
-[ -f "$work/gray8.png" ] && has_png=1
+. "$(dirname "$0")/cli_lib.sh"
 
 # help and version
 expect_ok "help" "$kx" --help
@@ -128,5 +94,4 @@ else
   [ -f "$work/mixed/gray8.pgm" ] && [ ! -e "$work/mixed/bad1.pgm" ] && grep -q "1 failed" "$work/err.txt" && pass || fail "batch with a bad image"
 fi
 
-echo "$passes passed, $failures failed"
-[ "$failures" = 0 ]
+finish

@@ -19,6 +19,15 @@
 //   make_test_images info IMG                 width height bits min max mean
 //   make_test_images pixel IMG X Y            one pixel's value
 //   make_test_images tiff DIR                 TIFF files in strips and tiles
+//   make_test_images scene OUT W H BITS SEED  a natural-looking scene: a smooth
+//                                             random field with edged shapes
+//   make_test_images halve IN OUT             2 x 2 blocks averaged (a shift by
+//                                             one pixel of IN is half a pixel here)
+//   make_test_images vary IN OUT GAIN OFFSET NOISE SEED
+//                                             grey levels times GAIN plus OFFSET
+//                                             plus uniform noise of +-NOISE
+//   make_test_images grating IN OUT ANGLE PERIOD AMPLITUDE
+//                                             IN with a square-wave grating added
 #include "image_io.h"
 
 #include <kx/fft.h>
@@ -344,6 +353,88 @@ int pixel(const std::string& path, long x, long y)
     return 0;
 }
 
+// A deterministic pseudo-random number in [0, 1).
+double hashed(unsigned long a, unsigned long b, unsigned long seed)
+{
+    unsigned long h = (a * 73856093UL) ^ (b * 19349663UL) ^ (seed * 83492791UL);
+    h ^= h >> 13;
+    h *= 0x5bd1e995UL;
+    h ^= h >> 15;
+    return static_cast<double>(h & 0xffffffUL) / 16777216.0;
+}
+
+// Random values on a grid of `cell` pixels, interpolated smoothly.
+double smoothNoise(double x, double y, double cell, unsigned long seed)
+{
+    const double gx = x / cell, gy = y / cell;
+    const long ix = static_cast<long>(std::floor(gx)), iy = static_cast<long>(std::floor(gy));
+    const double fx = gx - ix, fy = gy - iy;
+    const double sx = fx * fx * (3 - 2 * fx), sy = fy * fy * (3 - 2 * fy);
+    auto at = [&](long i, long j) {
+        return hashed(static_cast<unsigned long>(i + 100000), static_cast<unsigned long>(j + 100000), seed);
+    };
+    const double top = at(ix, iy) + (at(ix + 1, iy) - at(ix, iy)) * sx;
+    const double bottom = at(ix, iy + 1) + (at(ix + 1, iy + 1) - at(ix, iy + 1)) * sx;
+    return top + (bottom - top) * sy;
+}
+
+int scene(const std::string& path, long w, long h, int bits, unsigned long seed)
+{
+    kxPelBuffer<double> v(w, h);
+    for (long y = 0; y < h; ++y)
+        for (long x = 0; x < w; ++x) {
+            double s = 0.5 * smoothNoise(x, y, 40, seed) + 0.3 * smoothNoise(x, y, 13, seed + 1) +
+                       0.2 * smoothNoise(x, y, 4, seed + 2);
+            // Edged shapes: rectangles and discs, brighter or darker.
+            for (unsigned long k = 0; k < 12; ++k) {
+                const double cx = hashed(k, 1, seed) * w, cy = hashed(k, 2, seed) * h;
+                const double r = 6 + hashed(k, 3, seed) * 0.12 * std::min(w, h);
+                const double step = hashed(k, 4, seed) < 0.5 ? -0.25 : 0.25;
+                const bool inside = k % 2 ? std::hypot(x - cx, y - cy) < r
+                                          : std::fabs(x - cx) < r && std::fabs(y - cy) < 0.6 * r;
+                if (inside)
+                    s += step;
+            }
+            v(x, y) = std::min(1.0, std::max(0.0, 0.15 + 0.7 * s));
+        }
+    const int depth = bits == 16 ? 16 : 8;
+    const double top = depth == 8 ? 255.0 : 65535.0;
+    writeImage(path, roundedImage(depth, w, h, [&](long x, long y) { return v(x, y) * top; }));
+    return 0;
+}
+
+int halve(const std::string& in, const std::string& out)
+{
+    const GreyImage image = readImage(in);
+    writeImage(out, roundedImage(image.bits, image.width() / 2, image.height() / 2, [&](long x, long y) {
+                   return (pel(image, 2 * x, 2 * y) + pel(image, 2 * x + 1, 2 * y) + pel(image, 2 * x, 2 * y + 1) +
+                           pel(image, 2 * x + 1, 2 * y + 1)) / 4;
+               }));
+    return 0;
+}
+
+int vary(const std::string& in, const std::string& out, double gain, double offset, double noise, unsigned long seed)
+{
+    const GreyImage image = readImage(in);
+    writeImage(out, roundedImage(image.bits, image.width(), image.height(), [&](long x, long y) {
+                   const double u = hashed(static_cast<unsigned long>(x), static_cast<unsigned long>(y), seed);
+                   const double n = noise * (2 * u - 1);
+                   return pel(image, x, y) * gain + offset + n;
+               }));
+    return 0;
+}
+
+int grating(const std::string& in, const std::string& out, double angle, double period, double amplitude)
+{
+    const GreyImage image = readImage(in);
+    const double c = std::cos(angle * kPi / 180), s = std::sin(angle * kPi / 180);
+    writeImage(out, roundedImage(image.bits, image.width(), image.height(), [&](long x, long y) {
+                   const double wave = std::cos(2 * kPi * (x * c + y * s) / period);
+                   return pel(image, x, y) + (wave >= 0 ? amplitude : -amplitude);
+               }));
+    return 0;
+}
+
 #ifdef KXIO_TEST_TIFF
 // Writes `image` as TIFF: tiled when tile > 0, and with `samples` samples per
 // pixel (3: RGB with every sample equal to the grey value).
@@ -443,6 +534,16 @@ int main(int argc, char** argv)
             return pixel(a[1], std::atol(a[2].c_str()), std::atol(a[3].c_str()));
         if (a.size() == 2 && a[0] == "info")
             return info(a[1]);
+        if (a.size() == 6 && a[0] == "scene")
+            return scene(a[1], std::atol(a[2].c_str()), std::atol(a[3].c_str()), std::atoi(a[4].c_str()),
+                         std::strtoul(a[5].c_str(), nullptr, 10));
+        if (a.size() == 3 && a[0] == "halve")
+            return halve(a[1], a[2]);
+        if (a.size() == 7 && a[0] == "vary")
+            return vary(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()),
+                        std::strtoul(a[6].c_str(), nullptr, 10));
+        if (a.size() == 6 && a[0] == "grating")
+            return grating(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()));
     } catch (const std::exception& e) {
         std::cerr << "make_test_images: " << e.what() << "\n";
         return 1;
