@@ -35,8 +35,15 @@ using Access = kx_FrequencyBufferAccess;
 
 struct ErrorClasses {
     py::object base;
-    py::object invalidArgument, uninitialized, invalidSize, unboundWindow, invalidBuffer, badCoord;
+    // By error number, 0x10006300 (InvalidArgument) to 0x10006305 (BadCoord).
+    py::object byNumber[6];
     py::object archive;
+
+    const py::object& of(long errorNumber) const
+    {
+        const long index = errorNumber - 0x10006300;
+        return index >= 0 && index < 6 ? byNumber[index] : base;
+    }
 };
 
 ErrorClasses& errorClasses()
@@ -69,15 +76,20 @@ void registerErrors(py::module_& m)
     c.base = makeErrorClass(m, "Error", PyExc_Exception,
                             "Base of the library's errors; str() is the library's message and error_number "
                             "its error number.");
-    c.invalidArgument = makeErrorClass(m, "InvalidArgumentError", c.base, "A parameter out of its range.");
-    c.uninitialized = makeErrorClass(m, "UninitializedError", c.base,
-                                     "A spectrum without data, or a filter without a transfer function.");
-    c.invalidSize = makeErrorClass(m, "InvalidSizeError", c.base,
-                                   "Sizes that do not match or are out of range.");
-    c.unboundWindow = makeErrorClass(m, "UnboundWindowError", c.base, "An image without pixels.");
-    c.invalidBuffer = makeErrorClass(m, "InvalidBufferError", c.base,
-                                     "A spectrum whose store holds the result of an in-place inverse.");
-    c.badCoord = makeErrorClass(m, "BadCoordError", c.base, "Element coordinates outside the grid.");
+    struct Named {
+        const char* name;
+        const char* doc;
+    };
+    const Named named[6] = {
+        {"InvalidArgumentError", "A parameter out of its range."},
+        {"UninitializedError", "A spectrum without data, or a filter without a transfer function."},
+        {"InvalidSizeError", "Sizes that do not match or are out of range."},
+        {"UnboundWindowError", "An image without pixels."},
+        {"InvalidBufferError", "A spectrum whose store holds the result of an in-place inverse."},
+        {"BadCoordError", "Element coordinates outside the grid."},
+    };
+    for (int i = 0; i < 6; ++i)
+        c.byNumber[i] = makeErrorClass(m, named[i].name, c.base, named[i].doc);
     c.archive = makeErrorClass(m, "ArchiveError", c.base,
                                "Bytes that are not a valid stored spectrum or filter.");
 
@@ -87,20 +99,8 @@ void registerErrors(py::module_& m)
         ErrorClasses& e = errorClasses();
         try {
             std::rethrow_exception(p);
-        } catch (const kxFrequencyDefs::InvalidArgument& x) {
-            raise(e.invalidArgument, x.message(), x.errorNumber());
-        } catch (const kxFrequencyDefs::Uninitialized& x) {
-            raise(e.uninitialized, x.message(), x.errorNumber());
-        } catch (const kxFrequencyDefs::InvalidSize& x) {
-            raise(e.invalidSize, x.message(), x.errorNumber());
-        } catch (const kxFrequencyDefs::UnboundWindow& x) {
-            raise(e.unboundWindow, x.message(), x.errorNumber());
-        } catch (const kxFrequencyDefs::InvalidBuffer& x) {
-            raise(e.invalidBuffer, x.message(), x.errorNumber());
-        } catch (const kxFrequencyDefs::BadCoord& x) {
-            raise(e.badCoord, x.message(), x.errorNumber());
         } catch (const kxFrequencyDefs::Errors& x) {
-            raise(e.base, x.message(), x.errorNumber());
+            raise(e.of(x.errorNumber()), x.message(), x.errorNumber());
         } catch (const kxArchive::Error& x) {
             raise(e.archive, x.message(), x.errorNumber());
         }

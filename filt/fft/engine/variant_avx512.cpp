@@ -63,26 +63,35 @@ void magnitudes(const float* elements, long count, float s, Store store)
 
 }  // namespace kf_avx512
 
-void kf_Avx512Magnitudes8(const float* elements, long count, float s, unsigned char* out)
+namespace kf_avx512 {
+
+// Sixteen pixels at a time: `narrow` turns eight 64-bit integers into eight
+// pixels; only the first count - at of each sixteen are written.
+template <typename Pixel, typename Narrow>
+void magnitudesTo(const float* elements, long count, float s, Pixel* out, Narrow narrow)
 {
-    kf_avx512::magnitudes(elements, count, s, [=](long at, __m512i low, __m512i high) {
-        alignas(16) unsigned char bytes[16];
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(bytes), _mm512_cvtepi64_epi8(low));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(bytes + 8), _mm512_cvtepi64_epi8(high));
+    magnitudes(elements, count, s, [=](long at, __m512i low, __m512i high) {
+        alignas(32) Pixel pixels[16];
+        narrow(low, pixels);
+        narrow(high, pixels + 8);
         const long n = count - at < 16 ? count - at : 16;
         for (long k = 0; k < n; ++k)
-            out[at + k] = bytes[k];
+            out[at + k] = pixels[k];
+    });
+}
+
+}  // namespace kf_avx512
+
+void kf_Avx512Magnitudes8(const float* elements, long count, float s, unsigned char* out)
+{
+    kf_avx512::magnitudesTo(elements, count, s, out, [](__m512i v, unsigned char* to) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm512_cvtepi64_epi8(v));
     });
 }
 
 void kf_Avx512Magnitudes16(const float* elements, long count, float s, unsigned short* out)
 {
-    kf_avx512::magnitudes(elements, count, s, [=](long at, __m512i low, __m512i high) {
-        alignas(32) unsigned short words[16];
-        _mm_store_si128(reinterpret_cast<__m128i*>(words), _mm512_cvtepi64_epi16(low));
-        _mm_store_si128(reinterpret_cast<__m128i*>(words + 8), _mm512_cvtepi64_epi16(high));
-        const long n = count - at < 16 ? count - at : 16;
-        for (long k = 0; k < n; ++k)
-            out[at + k] = words[k];
+    kf_avx512::magnitudesTo(elements, count, s, out, [](__m512i v, unsigned short* to) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm512_cvtepi64_epi16(v));
     });
 }
