@@ -117,7 +117,9 @@ else
   echo "note: built without libtiff, TIFF checks skipped"
 fi
 
-# ---- 6. --region on a 3000 x 2500 image, within 300 MB
+# ---- 6. --region on a 3000 x 2500 image, within 300 MB (a sanitizer build's
+# shadow memory and quarantine come on top: CTest passes its own limit)
+region_mb=${KXFREQ_REGION_MEMORY_MB:-300}
 "$helper" big "$w/big.pgm" 3000 2500 || fail "big image"
 expect_error "large image without a region" "use --region" "$w/x.pgm" "$kx" filter "$w/big.pgm" -o "$w/x.pgm" --band-reject
 grep -q "3000 x 2500; at most 2048 pixels" "$w/err.txt" && pass || fail "the limit is named: $(cat "$w/err.txt")"
@@ -129,7 +131,7 @@ for f in "${big_files[@]}"; do
        > /dev/null 2> "$w/time.txt"; then
     kb=$(sed -n 's/.*Maximum resident set size (kbytes): //p' "$w/time.txt")
     echo "--region 2048 x 1600 of a 3000 x 2500 ${f##*.}: peak memory $((kb / 1024)) MB"
-    check "region of ${f##*.} under 300 MB ($kb kB)" awk_true 'k > 0 && k < 300 * 1024' -v k="$kb"
+    check "region of ${f##*.} under $region_mb MB ($kb kB)" awk_true 'k > 0 && k < m * 1024' -v k="$kb" -v m="$region_mb"
     read -r rw rh _ <<< "$("$helper" info "$w/region.pgm")"
     check "the region's size ($rw x $rh)" [ "$rw x $rh" = "2048 x 1600" ]
   else
