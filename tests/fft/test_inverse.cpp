@@ -167,6 +167,21 @@ TEST(Inverse, MagnitudesWrapWithoutClamping)
     EXPECT_EQ(u8(0, 0), 3);   // rounded half up
 }
 
+// An 8-bit image through the forward and the scaled const inverse to 8 and
+// 16 bits.
+struct ScaledInverses {
+    kxPelBuffer<unsigned char> u8;
+    kxPelBuffer<unsigned short> u16;
+
+    explicit ScaledInverses(const kxPelBuffer<unsigned char>& image)
+    {
+        kxFrequencyBuffer spectrum;
+        kfForwardFFT<unsigned char>(image, spectrum);
+        kfInverseFFT<unsigned char>(spectrum, u8, true);
+        kfInverseFFT<unsigned short>(spectrum, u16, true);
+    }
+};
+
 TEST(Inverse, ScaleOnAConstantImageGivesZero)
 {
     // A constant image filling its grid has only the zero frequency, whose
@@ -174,34 +189,24 @@ TEST(Inverse, ScaleOnAConstantImageGivesZero)
     // range, and every pixel becomes (m - lo) x gain + 0.5 truncated = 0.
     kxPelBuffer<unsigned char> flat(16, 16);
     kfPelSet<unsigned char>(flat, 77);
-    kxFrequencyBuffer spectrum;
-    kfForwardFFT<unsigned char>(flat, spectrum);
-    kxPelBuffer<unsigned char> u8;
-    kfInverseFFT<unsigned char>(spectrum, u8, true);
-    kxPelBuffer<unsigned short> u16;
-    kfInverseFFT<unsigned short>(spectrum, u16, true);
+    const ScaledInverses result(flat);
     for (long y = 0; y < 16; ++y)
         for (long x = 0; x < 16; ++x) {
-            EXPECT_EQ(u8(x, y), 0);
-            EXPECT_EQ(u16(x, y), 0);
+            EXPECT_EQ(result.u8(x, y), 0);
+            EXPECT_EQ(result.u16(x, y), 0);
         }
 }
 
 TEST(Inverse, ScaleStretchesARampToTheFullRange)
 {
     auto ramp = imageFrom<unsigned char>(16, 4, [](long x, long) { return static_cast<unsigned char>(10 + 4 * x); });
-    kxFrequencyBuffer spectrum;
-    kfForwardFFT<unsigned char>(ramp, spectrum);
-    kxPelBuffer<unsigned char> u8;
-    kfInverseFFT<unsigned char>(spectrum, u8, true);
-    kxPelBuffer<unsigned short> u16;
-    kfInverseFFT<unsigned short>(spectrum, u16, true);
+    const ScaledInverses result(ramp);
     for (long x = 0; x < 16; ++x) {
-        EXPECT_NEAR(u8(x, 0), x * 255.0 / 15, 1) << x;
-        EXPECT_NEAR(u16(x, 2), x * 65535.0 / 15, 2) << x;
+        EXPECT_NEAR(result.u8(x, 0), x * 255.0 / 15, 1) << x;
+        EXPECT_NEAR(result.u16(x, 2), x * 65535.0 / 15, 2) << x;
     }
-    EXPECT_EQ(u8(0, 0), 0);
-    EXPECT_EQ(u8(15, 3), 255);
+    EXPECT_EQ(result.u8(0, 0), 0);
+    EXPECT_EQ(result.u8(15, 3), 255);
 }
 
 TEST(Inverse, DoubleWorkersIgnoreScale)

@@ -28,23 +28,20 @@ TEST(PeriodicCopy, SameSizeAtZeroCopiesOneToOne)
 TEST(PeriodicCopy, PlacementsWrapWithThePeriod)
 {
     // Source columns 1 2 3 (row 0) and 11 12 13 (row 1), destination 4 x 2 at
-    // (0, 0), period 4. At offset (1, 0) the source fits: column 0 stays zero.
+    // (0, 0), period 4.
     kxPelBuffer<unsigned char> src = numbered(3, 2);
-    src.offset(kxPair<long>(1, 0));
-    kxPelBuffer<unsigned char> dst(4, 2);
-    kf_PeriodicCopy<unsigned char>(src, dst, false);
-    const unsigned char shifted[2][4] = {{0, 1, 2, 3}, {0, 11, 12, 13}};
-    for (long y = 0; y < 2; ++y)
-        for (long x = 0; x < 4; ++x)
-            EXPECT_EQ(dst(x, y), shifted[y][x]) << x << "," << y;
+    auto copyAt = [&](long offsetX, const unsigned char (&expected)[2][4]) {
+        src.offset(kxPair<long>(offsetX, 0));
+        kxPelBuffer<unsigned char> dst(4, 2);
+        kf_PeriodicCopy<unsigned char>(src, dst, false);
+        for (long y = 0; y < 2; ++y)
+            for (long x = 0; x < 4; ++x)
+                EXPECT_EQ(dst(x, y), expected[y][x]) << "offset " << offsetX << ": " << x << "," << y;
+    };
+    // At offset (1, 0) the source fits: column 0 stays zero.
+    copyAt(1, {{0, 1, 2, 3}, {0, 11, 12, 13}});
     // At offset (2, 0) the column that leaves the right edge reappears at the left.
-    src.offset(kxPair<long>(2, 0));
-    kxPelBuffer<unsigned char> wrapped(4, 2);
-    kf_PeriodicCopy<unsigned char>(src, wrapped, false);
-    const unsigned char expected[2][4] = {{3, 0, 1, 2}, {13, 0, 11, 12}};
-    for (long y = 0; y < 2; ++y)
-        for (long x = 0; x < 4; ++x)
-            EXPECT_EQ(wrapped(x, y), expected[y][x]) << x << "," << y;
+    copyAt(2, {{3, 0, 1, 2}, {13, 0, 11, 12}});
 }
 
 TEST(PeriodicCopy, NegateWrapsTheOtherWay)

@@ -60,6 +60,20 @@ Bytes tail(bool hasData, unsigned long count, unsigned long floatsPresent)
     return out.bytes();
 }
 
+// Loads header + rest into `target`: true when it loaded, false when the
+// load was refused with kxArchive::Error (any other exception fails the test).
+bool loads(Bytes bytes, const Bytes& rest, kxFrequencyBuffer& target)
+{
+    append(bytes, rest);
+    kxMemoryArchive in(bytes);
+    try {
+        in || target;
+        return true;
+    } catch (const kxArchive::Error&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 TEST(Persistence, RoundTripThroughMemoryKeepsEverything)
@@ -216,11 +230,8 @@ TEST(Persistence, FloatCountsThatDisagreeAreRefused)
 {
     // A 4 x 2 buffer holds 16 floats.
     for (unsigned long count : {0ul, 15ul, 17ul}) {
-        Bytes bytes = header(1, 4, 2, 4, 2);
-        append(bytes, tail(true, count, count));
-        kxMemoryArchive in(bytes);
         kxFrequencyBuffer target;
-        EXPECT_THROW(in || target, kxArchive::Error) << count;
+        EXPECT_FALSE(loads(header(1, 4, 2, 4, 2), tail(true, count, count), target)) << count;
     }
     Bytes bytes = header(1, 4, 2, 4, 2);
     append(bytes, tail(true, 16, 16));
@@ -233,34 +244,22 @@ TEST(Persistence, FloatCountsThatDisagreeAreRefused)
 TEST(Persistence, HostileSizesAndCountsNeverAllocateBeyondTheData)
 {
     {
-        Bytes bytes = header(1, 4, 2, 4, 2);
-        append(bytes, tail(true, 0xFFFFFFFFul, 3));
-        kxMemoryArchive in(bytes);
         kxFrequencyBuffer target;
-        EXPECT_THROW(in || target, kxArchive::Error);
+        EXPECT_FALSE(loads(header(1, 4, 2, 4, 2), tail(true, 0xFFFFFFFFul, 3), target));
     }
     {
         // 100000 x 100000 claimed, with a matching count but no data.
-        Bytes bytes = header(1, 131072, 131072, 100000, 100000);
-        append(bytes, tail(true, 0u, 0));
-        kxMemoryArchive in(bytes);
         kxFrequencyBuffer target;
-        EXPECT_THROW(in || target, kxArchive::Error);
+        EXPECT_FALSE(loads(header(1, 131072, 131072, 100000, 100000), tail(true, 0u, 0), target));
     }
     for (long size : {0L, -4L, 6L}) {
-        Bytes bytes = header(1, size, 2, 1, 1);
-        append(bytes, tail(true, 4, 4));
-        kxMemoryArchive in(bytes);
         kxFrequencyBuffer target;
-        EXPECT_THROW(in || target, kxArchive::Error) << size;
+        EXPECT_FALSE(loads(header(1, size, 2, 1, 1), tail(true, 4, 4), target)) << size;
     }
     {
         // Requested larger than padded would make the inverse read past the data.
-        Bytes bytes = header(1, 2, 1, 3, 1);
-        append(bytes, tail(true, 4, 4));
-        kxMemoryArchive in(bytes);
         kxFrequencyBuffer target;
-        EXPECT_THROW(in || target, kxArchive::Error);
+        EXPECT_FALSE(loads(header(1, 2, 1, 3, 1), tail(true, 4, 4), target));
     }
     {
         // Without data, sizes are taken as they stand.
@@ -313,9 +312,6 @@ TEST(Persistence, BandsAndFlagsNoConstructedBufferHasAreRefused)
 
 TEST(Persistence, NegativeRequestedSizesAreRefused)
 {
-    Bytes bytes = header(1, 8, 8, -3, 8);
-    append(bytes, tail(true, 128, 128));
-    kxMemoryArchive in(bytes);
     kxFrequencyBuffer target;
-    EXPECT_THROW(in || target, kxArchive::Error);
+    EXPECT_FALSE(loads(header(1, 8, 8, -3, 8), tail(true, 128, 128), target));
 }

@@ -54,28 +54,32 @@ TEST(Gabor, Validation)
 
 TEST(Gabor, SupportSizesHandComputed)
 {
-    // 256 x 256, sigma 0.01: ex = 2.56, width = trunc(20.48 + 12.8) = 33.
-    Gabor a({0.01, 0.01}, {0, 0}, kxRadian(0), 0.1, {256, 256}, 0);
-    EXPECT_EQ(a.supportWidth(), 33);
-    EXPECT_EQ(a.supportHeight(), 33);
-    // 90 degrees, sigma (0.01, 0.02): ex = 5.12 -> trunc(40.96 + 12.8) = 53;
-    // ey = 2.56 -> 33.
-    Gabor b({0.01, 0.02}, {0, 0}, degrees(90), 0.1, {256, 256}, 0);
-    EXPECT_EQ(b.supportWidth(), 53);
-    EXPECT_EQ(b.supportHeight(), 33);
-    // 30 degrees, sigma (0.02, 0.01): ex = 5.12 cos 30 = 4.434 -> trunc(48.27) = 48 -> 49;
-    // ey = max(2.56 cos 30, 5.12 sin 30) = 2.56 -> 33.
-    Gabor c({0.02, 0.01}, {0, 0}, degrees(30), 0.1, {256, 256}, 0);
-    EXPECT_EQ(c.supportWidth(), 49);
-    EXPECT_EQ(c.supportHeight(), 33);
-    // 512 x 256: sigmas scale with the width; the height is halved by the
-    // aspect: ex = 5.12 -> trunc(40.96 + 25.6) = 66 -> 67; ey = 2.56 -> 33.
-    Gabor d({0.01, 0.01}, {0, 0}, kxRadian(0), 0.1, {512, 256}, 0);
-    EXPECT_EQ(d.supportWidth(), 67);
-    EXPECT_EQ(d.supportHeight(), 33);
-    // A plateau adds twice its extent: px = 0.02 x 256 = 5.12 -> + 10.24.
-    Gabor e({0.01, 0.01}, {0.02, 0}, kxRadian(0), 0.1, {256, 256}, 0);
-    EXPECT_EQ(e.supportWidth(), 43);
+    struct Case {
+        kxPair<double> sigma, plateau;
+        double degrees;
+        kxPair<long> size;
+        long width, height;
+    };
+    const Case cases[] = {
+        // 256 x 256, sigma 0.01: ex = 2.56, width = trunc(20.48 + 12.8) = 33.
+        {{0.01, 0.01}, {0, 0}, 0, {256, 256}, 33, 33},
+        // 90 degrees, sigma (0.01, 0.02): ex = 5.12 -> trunc(40.96 + 12.8) = 53;
+        // ey = 2.56 -> 33.
+        {{0.01, 0.02}, {0, 0}, 90, {256, 256}, 53, 33},
+        // 30 degrees, sigma (0.02, 0.01): ex = 5.12 cos 30 = 4.434 -> trunc(48.27) = 48 -> 49;
+        // ey = max(2.56 cos 30, 5.12 sin 30) = 2.56 -> 33.
+        {{0.02, 0.01}, {0, 0}, 30, {256, 256}, 49, 33},
+        // 512 x 256: sigmas scale with the width; the height is halved by the
+        // aspect: ex = 5.12 -> trunc(40.96 + 25.6) = 66 -> 67; ey = 2.56 -> 33.
+        {{0.01, 0.01}, {0, 0}, 0, {512, 256}, 67, 33},
+        // A plateau adds twice its extent: px = 0.02 x 256 = 5.12 -> + 10.24.
+        {{0.01, 0.01}, {0.02, 0}, 0, {256, 256}, 43, 33},
+    };
+    for (const Case& c : cases) {
+        const Gabor g(c.sigma, c.plateau, c.degrees == 0 ? kxRadian(0) : degrees(c.degrees), 0.1, c.size, 0);
+        EXPECT_EQ(g.supportWidth(), c.width) << c.degrees << " " << c.size.x();
+        EXPECT_EQ(g.supportHeight(), c.height) << c.degrees << " " << c.size.x();
+    }
 }
 
 TEST(Gabor, TableValues)
