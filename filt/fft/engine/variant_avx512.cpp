@@ -2,9 +2,11 @@
 // eight and four for narrower matrices. Compiled with its own flags; see
 // filt/CMakeLists.txt.
 // g++ 12 reports the AVX-512 intrinsics' own undefined placeholder operands
-// as (maybe) uninitialized; they are not.
+// as (maybe) uninitialized; they are not. (clang has no such warning.)
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
 
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/lanes_256.h"
