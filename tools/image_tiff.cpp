@@ -198,6 +198,10 @@ void toGrey(const S* samples, long count, int perPixel, bool colour, bool invert
 
 }  // namespace
 
+// The largest tile read: 64 MiB (a 2048 x 2048 tile of four 16-bit samples
+// is 32 MiB).
+constexpr std::uint64_t kMaxTileBytes = std::uint64_t(64) << 20;
+
 void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
 {
     const std::string& name = source.name();
@@ -251,11 +255,16 @@ void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
         uint32_t tileWidth = 0, tileHeight = 0;
         TIFFGetField(t, TIFFTAG_TILEWIDTH, &tileWidth);
         TIFFGetField(t, TIFFTAG_TILELENGTH, &tileHeight);
-        if (tileWidth == 0 || tileHeight == 0 || tileWidth > 65536 || tileHeight > 65536)
+        // Tiles are multiples of 16 pixels and never need to reach beyond the
+        // image rounded up to that; larger ones, or one tile of more than
+        // kMaxTileBytes, would only make us allocate what the file claims.
+        const auto roundUp16 = [](uint32_t v) { return (static_cast<std::uint64_t>(v) + 15) / 16 * 16; };
+        if (tileWidth == 0 || tileHeight == 0 || tileWidth > roundUp16(width) || tileHeight > roundUp16(height))
             corrupt("bad tile size");
         const tmsize_t tileBytes = TIFFTileSize(t);
         const std::uint64_t expected = static_cast<std::uint64_t>(tileWidth) * tileHeight * samplesPerPixel * bytes;
-        if (tileBytes <= 0 || static_cast<std::uint64_t>(tileBytes) < expected)
+        if (tileBytes <= 0 || static_cast<std::uint64_t>(tileBytes) < expected ||
+            static_cast<std::uint64_t>(tileBytes) > kMaxTileBytes)
             corrupt("bad tile size");
         std::vector<unsigned char> tile(static_cast<std::size_t>(tileBytes));
         std::vector<unsigned char> grey(static_cast<std::size_t>(tileWidth) * 2);
