@@ -9,7 +9,8 @@ seconds=${2:-60}
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-for target in buffer_load filter_load image_readers; do
+targets=(buffer_load filter_load image_readers)
+for target in "${targets[@]}"; do
   exe="$build/tests/fuzz/fuzz_$target"
   seeds="$here/corpus/$target"
   echo "== fuzz_$target: replaying $(ls "$seeds" | wc -l) seeds"
@@ -26,3 +27,4 @@ for target in buffer_load filter_load image_readers; do
   fi
   grep -E '^(#[0-9]+.*DONE|stat::number_of_executed_units|stat::peak_rss_mb)' "$log" || tail -n 5 "$log"
 done
+echo "fuzz: ${#targets[@]} passed, 0 failed"
