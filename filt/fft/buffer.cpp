@@ -118,29 +118,33 @@ kxFrequencyBuffer::~kxFrequencyBuffer() = default;
 
 void kxFrequencyBuffer::setAndAllocate(long width, long height)
 {
-    if (!(width < 2049 && height < 2049))
+    if (!(width <= kfMaxTransformSide && height <= kfMaxTransformSide))
         throw kxFrequencyDefs::InvalidSize(kSizeTooLarge);
+    allocateGrid(kf_PaddedSize(width), kf_PaddedSize(height));
     requestedWidth_ = width;
     requestedHeight_ = height;
-    const long newWidth = kf_PaddedSize(width);
-    const long newHeight = kf_PaddedSize(height);
-    if (data_ && (newWidth != paddedWidth_ || newHeight != paddedHeight_))
-        data_ = nullptr;
-    paddedWidth_ = newWidth;
-    paddedHeight_ = newHeight;
-    masked_ = 0;
-    inverseComputed_ = false;
-    if (!data_) {
+}
+
+// Gives the buffer a store for a padded grid and clears its flags. The store
+// is sized before any field changes, so a failed allocation leaves the buffer
+// as it was.
+void kxFrequencyBuffer::allocateGrid(long paddedWidth, long paddedHeight)
+{
+    if (!data_ || paddedWidth != paddedWidth_ || paddedHeight != paddedHeight_) {
         // A new store is allocated so that its first touch is cheap; a store
         // the buffer already has is resized, which keeps its floats (and, at
         // the same size, its address).
-        const std::size_t count = static_cast<std::size_t>(paddedWidth_ * paddedHeight_ * 2 + 7);
+        const std::size_t count = static_cast<std::size_t>(paddedWidth * paddedHeight * 2 + 7);
         if (store_.empty())
             kf_AllocateZeroed(store_, count);
         else
             store_.resize(count);
         pointAtStore();
     }
+    paddedWidth_ = paddedWidth;
+    paddedHeight_ = paddedHeight;
+    masked_ = 0;
+    inverseComputed_ = false;
 }
 
 // The data start at the store's first float rounded up to 16 bytes; the 7
@@ -161,9 +165,13 @@ kxFrequencyBuffer& kxFrequencyBuffer::operator=(const kxFrequencyBuffer& src)
         data_ = nullptr;
         return *this;
     }
-    setAndAllocate(src.requestedWidth_, src.requestedHeight_);
-    if (paddedWidth_ != src.paddedWidth_ || paddedHeight_ != src.paddedHeight_)
-        throw kxFrequencyDefs::InvalidSize(kSizeTooLarge);
+    // The grid is copied, not derived again from the requested size: a
+    // crop-copy's requested size rounds up to less than its grid (513 x 513
+    // reduced to 256 x 256 asks for 128 x 128), and a loaded buffer may be
+    // larger than a transform makes.
+    allocateGrid(src.paddedWidth_, src.paddedHeight_);
+    requestedWidth_ = src.requestedWidth_;
+    requestedHeight_ = src.requestedHeight_;
     transform_ = src.transform_;
     offset_ = src.offset_;
     inverseComputed_ = src.inverseComputed_;
@@ -256,3 +264,5 @@ void kxFrequencyBuffer::putImaginary(long x, long y, double value, bool centered
 {
     data_[elementIndex(x, y, centered) + 1] = static_cast<float>(value);
 }
+
+long kfPaddedSize(long side) { return kf_PaddedSize(side); }

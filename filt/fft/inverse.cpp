@@ -367,13 +367,18 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
 
 }  // namespace
 
+// Exported workers: they make the entry points' first check themselves, so a
+// buffer without data (reset, or left by a stopped transform) is refused
+// before its store is read.
 void kf_ComputeAngleImage(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& angle)
 {
+    kf_RequireInitialized(buffer);
     computeSecondImage(viewOf(buffer, Access::data(buffer)), angle, angleOf);
 }
 
 void kf_ComputeQuadrantImage(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& quadrant)
 {
+    kf_RequireInitialized(buffer);
     computeSecondImage(viewOf(buffer, Access::data(buffer)), quadrant, quadrantOf);
 }
 

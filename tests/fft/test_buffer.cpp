@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <limits>
 
@@ -45,6 +46,23 @@ TEST(Buffer, SizeLimits)
     EXPECT_EQ(negative.width(), 1);
     EXPECT_EQ(Access::requestedWidth(negative), -5);
     EXPECT_EQ(Access::requestedHeight(negative), -3);
+}
+
+TEST(Buffer, PublicSizeHelpersAgreeWithTheBuffer)
+{
+    EXPECT_EQ(kfMaxTransformSide, 2048);
+    EXPECT_EQ(kfPaddedSize(-3), 1);
+    EXPECT_EQ(kfPaddedSize(0), 1);
+    EXPECT_EQ(kfPaddedSize(4096), 4096);
+    EXPECT_EQ(kfPaddedSize(4097), 8192);
+    for (long side = 1; side <= kfMaxTransformSide; ++side) {
+        long power = 1;
+        while (power < side)
+            power *= 2;
+        ASSERT_EQ(kfPaddedSize(side), power) << side;
+    }
+    for (long side : {1L, 3L, 100L, 1025L, 2048L})
+        EXPECT_EQ(kxFrequencyBuffer(side, 1).width(), kfPaddedSize(side));
 }
 
 TEST(Buffer, PaddedSizeAndAlignedStore)
@@ -323,4 +341,62 @@ TEST(Buffer, ClearPaddingZeroesOnlyThePaddingAndPollsOnce)
             EXPECT_EQ(data[2 * (y * 8 + x)], expected);
             EXPECT_EQ(data[2 * (y * 8 + x) + 1], expected);
         }
+}
+
+// A crop-copy's requested size can round up to less than its grid: 513 x 513
+// pads to 1024 x 1024, and reducing that to 256 x 256 asks for 128 x 128. A
+// copy keeps the grid it copies.
+TEST(Buffer, CopiesOfACropCopyKeepItsGrid)
+{
+    kxFrequencyBuffer src(513, 513);
+    fillIndexed(src);
+    const kxFrequencyBuffer reduced(src, 256, 256);
+    ASSERT_EQ(Access::requestedWidth(reduced), 128);
+    ASSERT_EQ(reduced.width(), 256);
+
+    const kxFrequencyBuffer constructed(reduced);
+    kxFrequencyBuffer assigned(8, 8);
+    assigned = reduced;
+    kxFrequencyBuffer sameGrid(256, 256);
+    sameGrid = reduced;
+    const kxFrequencyBuffer* copies[] = {&constructed, &assigned, &sameGrid};
+    for (const kxFrequencyBuffer* copy : copies) {
+        EXPECT_EQ(copy->width(), 256);
+        EXPECT_EQ(copy->height(), 256);
+        EXPECT_EQ(Access::requestedWidth(*copy), 128);
+        EXPECT_EQ(Access::requestedHeight(*copy), 128);
+        EXPECT_TRUE(*copy == reduced);
+        EXPECT_EQ(std::memcmp(Access::data(*copy), Access::data(reduced), sizeof(float) * 2 * 256 * 256), 0);
+    }
+}
+
+// A loaded buffer may hold a grid larger than a transform makes; copying it
+// keeps that grid too instead of refusing it with the size limit's message.
+TEST(Buffer, CopiesOfALargeLoadedGridKeepIt)
+{
+    // A 4096 x 1 grid in the buffer's archive format: version, sizes, band,
+    // flag, transform, offset, data.
+    kxMemoryArchive out;
+    unsigned char version = 1, arrayVersion = 0;
+    long paddedWidth = 4096, paddedHeight = 1, requestedWidth = 4096, requestedHeight = 1;
+    long masked = 0, miny = 0, maxy = 0;
+    bool inverse = false, hasData = true;
+    kx2XformCache transform;
+    kxPair<long> offset(0, 0);
+    unsigned long count = 2 * 4096;
+    out || version || paddedWidth || paddedHeight || requestedWidth || requestedHeight || masked || miny || maxy ||
+        inverse || transform || offset || hasData || arrayVersion || count;
+    for (unsigned long i = 0; i < count; ++i) {
+        float value = static_cast<float>(i);
+        out || value;
+    }
+    kxMemoryArchive in(out.bytes());
+    kxFrequencyBuffer big;
+    in || big;
+    ASSERT_EQ(big.width(), 4096);
+    const kxFrequencyBuffer copy(big);
+    EXPECT_EQ(copy.width(), 4096);
+    EXPECT_EQ(copy.height(), 1);
+    EXPECT_EQ(copy.get(4095, 0, false), kxPair<double>(8190, 8191));
+    EXPECT_TRUE(copy == big);
 }

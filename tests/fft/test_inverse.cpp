@@ -426,3 +426,29 @@ TEST(Inverse, WorkerPollsOnceBeforeItsPixelLoopsAndStopsCleanly)
         EXPECT_FALSE(Access::inverseComputed(spectrum));
     }
 }
+
+// The exported workers behind the angle and quadrant forms make the entry
+// points' first check: a buffer never filled, reset by assignment from an
+// empty one, or left by a stopped transform is refused before its store is
+// read, and the destination image stays unbound.
+TEST(Inverse, ExportedSecondImageWorkersRefuseABufferWithoutData)
+{
+    kxPelBuffer<double> image = testImage<double>(16, 8, 9);
+    kxFrequencyBuffer never;
+    kxFrequencyBuffer reset;
+    kfForwardFFT<double>(image, reset);
+    reset = kxFrequencyBuffer();
+    kxFrequencyBuffer stopped;
+    {
+        kxAttention::Probe probe(1);
+        EXPECT_THROW(kfForwardFFT<double>(image, stopped), kxAttention::Stopped);
+    }
+    for (kxFrequencyBuffer* b : {&never, &reset, &stopped}) {
+        kxPelBuffer<double> angle;
+        kxPelBuffer<unsigned char> quadrant;
+        expectError<Defs::Uninitialized>([&] { kf_ComputeAngleImage(*b, angle); }, kNotInit);
+        expectError<Defs::Uninitialized>([&] { kf_ComputeQuadrantImage(*b, quadrant); }, kNotInit);
+        EXPECT_FALSE(angle.isBound());
+        EXPECT_FALSE(quadrant.isBound());
+    }
+}

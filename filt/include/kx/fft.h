@@ -12,6 +12,15 @@
 
 class kxFrequencyBuffer;
 class kxFrequencyFilter;
+
+// The largest side a transform takes: a frequency buffer's grid is at most
+// kfMaxTransformSide x kfMaxTransformSide.
+constexpr long kfMaxTransformSide = 2048;
+
+// The grid side a transform uses for an image side: the smallest power of two
+// not below `side` (1 for sides below 1). Sides above kfMaxTransformSide give
+// their power of two too; the buffer refuses them.
+KXFREQ_API long kfPaddedSize(long side);
 struct kx_FrequencyBufferAccess;
 
 // A scope for the library's error classes and display mappings.
@@ -144,6 +153,7 @@ private:
     friend KXFREQ_API kxArchive& operator||(kxArchive& archive, kxFrequencyBuffer& buffer);
 
     void setAndAllocate(long width, long height);
+    void allocateGrid(long paddedWidth, long paddedHeight);
     float* data() const { return data_; }
     void masked(long value) { masked_ = value; }
     long masked() const { return masked_; }
