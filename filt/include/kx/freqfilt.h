@@ -12,6 +12,7 @@
 // message respectively); then the padded sizes (InvalidSize).
 #include <kx/fft.h>
 
+#include <cstddef>
 #include <vector>
 
 class KXFREQ_API kxFrequencyFilter : public virtual kxPersistent, public virtual kxRepBase {
@@ -104,6 +105,52 @@ struct kx_RadialParameters {
     long dcRadius = 0;
 };
 
+// The gains of a filter with a table (a Gabor table, a radial profile);
+// internal, not exported. The gains start at a 16-byte aligned address in
+// the store; an empty table (data() null): no transfer function.
+class kx_GainTable {
+public:
+    kx_GainTable() = default;
+    // `count` gains, zero, ready to be filled and then committed.
+    explicit kx_GainTable(std::size_t count);
+    // A copy has its own store holding the same gains.
+    kx_GainTable(const kx_GainTable& other);
+    kx_GainTable& operator=(const kx_GainTable& other);
+    ~kx_GainTable();
+
+    // The gains (null for an empty table): read-only through a const table.
+    const float* data() const { return gains_; }
+    // The gains, writable: how a table built aside is filled.
+    float* data() { return gains_; }
+    // How many gains the table holds.
+    std::size_t count() const { return count_; }
+
+    // Takes the gains of `built`: a table of the same count is overwritten
+    // where it is, so its address does not change; any other takes built's
+    // store.
+    void commit(kx_GainTable& built);
+    // No gains any more; the store is kept for the next commit or copy.
+    void drop() { gains_ = nullptr; }
+    // The gains compare like the setters' doubles: a NaN equals anything.
+    bool sameGains(const kx_GainTable& other) const;
+    // The gains, as an archive stores them (none for an empty table).
+    std::vector<float> stored() const;
+    // From an archive: empty without a table; otherwise `expected` gains
+    // from the start of `loaded`, which may hold more (they are kept, zero
+    // padded, but not used). An archive is untrusted: a table smaller than
+    // `expected` gains, or an expected count of zero, is refused with
+    // kxArchive::Error.
+    void load(bool hasTable, std::size_t expected, const std::vector<float>& loaded);
+
+private:
+    // Resizes the store for `count` gains and points at the aligned start.
+    void allocate(std::size_t count);
+
+    std::vector<float> store_;
+    float* gains_ = nullptr;
+    std::size_t count_ = 0;
+};
+
 // What every filter with a table of gains shares: its role, and the two
 // apply() forms around a walk of the buffer. Use the concrete classes below.
 //
@@ -173,7 +220,7 @@ public:
 
     // The gain table, support height rows of support width gains (null while
     // uninitialised).
-    float* data() const { return table_; }
+    const float* data() const { return table_.data(); }
 
 protected:
     explicit kx_GaborFilter(Role role) : kx_TableFilter(role) {}
@@ -193,15 +240,14 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_GaborParameters& parameters() const;
-    const float* gains() const override { return table_; }
+    const float* gains() const override { return table_.data(); }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
     void walk(const float* in, kxFrequencyBuffer& out) const override;
 
     kx_GaborParameters parameters_;
     kxPair<long> support_;
-    std::vector<float> store_;
-    float* table_ = nullptr;   // 16-byte aligned in store_; null: no transfer function
+    kx_GainTable table_;   // support_.y() rows of support_.x() gains
 };
 
 // An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
@@ -303,7 +349,7 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_RadialParameters& parameters() const;
-    const float* gains() const override { return profile_; }
+    const float* gains() const override { return profile_.data(); }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
     void walk(const float* in, kxFrequencyBuffer& out) const override;
@@ -311,8 +357,7 @@ private:
     kx_RadialParameters parameters_;
     long supportWidth_ = 0;
     long oversampling_ = 0;
-    std::vector<float> store_;
-    float* profile_ = nullptr;
+    kx_GainTable profile_;   // supportWidth_ x oversampling_ gains
 };
 
 // A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
