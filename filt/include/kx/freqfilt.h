@@ -250,6 +250,25 @@ private:
     kx_GainTable table_;   // support_.y() rows of support_.x() gains
 };
 
+// The members every concrete filter class declares alike, under its own
+// name: copy, assignment, clone, comparison (same parameters and gains), and
+// its versioned persistence and factory registration.
+#define KX_FILTER_CLASS_MEMBERS(Class)                                   \
+public:                                                                  \
+    Class(const Class& other);                                           \
+    Class& operator=(const Class& other);                                \
+    ~Class() override;                                                   \
+    kxFrequencyFilter* clone() const override;                           \
+    bool operator==(const Class& other) const;                           \
+                                                                         \
+protected:                                                               \
+    void dispatchSerialize(kxArchive& archive) override;                 \
+    void serialize_(kxArchive& archive, unsigned char version) override; \
+                                                                         \
+private:                                                                 \
+    static kxPersistent* make();                                         \
+    static kx_Instantiator sExemplar;
+
 // An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
 // (the plateau), centred `frequency` cycles per pixel from the zero frequency
 // in direction `angle`. Frequencies outside the lobe's support are zeroed,
@@ -258,26 +277,14 @@ private:
 // support, not a table of the buffer's size.
 class KXFREQ_API kxFrequencyFilterGabor : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
+    kxFrequencyFilterGabor();  // uninitialised, or as set()
     kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                            double frequency, const kxPair<long>& size, long dcRemovalRadius);
-    kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
-    kxFrequencyFilterGabor& operator=(const kxFrequencyFilterGabor& other);
-    ~kxFrequencyFilterGabor() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
 
     void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterGabor)
 };
 
 // The complement of the Gabor filter: frequencies near the lobe are
@@ -287,26 +294,14 @@ private:
 // second peak at angle + pi, which a second filter must reject.
 class KXFREQ_API kxFrequencyFilterGaborReject : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGaborReject();  // uninitialised, or as set(); copies
+    kxFrequencyFilterGaborReject();  // uninitialised, or as set()
     kxFrequencyFilterGaborReject(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                                  double frequency, const kxPair<long>& size, long dcProtectionRadius);
-    kxFrequencyFilterGaborReject(const kxFrequencyFilterGaborReject& other);
-    kxFrequencyFilterGaborReject& operator=(const kxFrequencyFilterGaborReject& other);
-    ~kxFrequencyFilterGaborReject() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGaborReject& other) const;  // same parameters and gains
 
     void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterGaborReject)
 };
 
 // The body the band-pass and band-reject filters share; use the two classes
@@ -367,25 +362,13 @@ private:
 // cleared.
 class KXFREQ_API kxFrequencyFilterBandPass : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandPass();  // uninitialised, or as set(); copies
+    kxFrequencyFilterBandPass();  // uninitialised, or as set()
     kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
-    kxFrequencyFilterBandPass(const kxFrequencyFilterBandPass& other);
-    kxFrequencyFilterBandPass& operator=(const kxFrequencyFilterBandPass& other);
-    ~kxFrequencyFilterBandPass() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandPass& other) const;  // same parameters and gains
 
     void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterBandPass)
 };
 
 // The complement of the band-pass filter: frequencies on the ring are
@@ -394,26 +377,15 @@ private:
 // frequency keeps its values.
 class KXFREQ_API kxFrequencyFilterBandReject : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandReject();  // uninitialised, or as set(); copies
+    kxFrequencyFilterBandReject();  // uninitialised, or as set()
     kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
-    kxFrequencyFilterBandReject(const kxFrequencyFilterBandReject& other);
-    kxFrequencyFilterBandReject& operator=(const kxFrequencyFilterBandReject& other);
-    ~kxFrequencyFilterBandReject() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandReject& other) const;  // same parameters and gains
 
     void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterBandReject)
 };
+#undef KX_FILTER_CLASS_MEMBERS
 
 // A filter whose transfer function is a whole frequency buffer given by the
 // caller: apply() multiplies element by element. An empty filter reports the
