@@ -153,35 +153,24 @@ kx_GaborFilter::kx_GaborFilter(const kx_GaborFilter& other) : kxPersistent(), kx
     *this = other;
 }
 
-// From a filter without a table only the table is dropped; the parameters
-// and the flag keep their values.
 kx_GaborFilter& kx_GaborFilter::operator=(const kx_GaborFilter& other)
 {
-    if (&other == this)
-        return *this;
-    if (other.table_.data()) {
-        kx_TableFilter::operator=(other);
+    if (&other != this && assignTable(other)) {
         parameters_ = other.parameters_;
         support_ = other.support_;
     }
-    table_ = other.table_;
     return *this;
 }
 
 kx_GaborFilter::~kx_GaborFilter() = default;
 
-bool kx_GaborFilter::equals(const kx_GaborFilter& other) const
+bool kx_GaborFilter::sameParameters(const kx_TableFilter& other) const
 {
-    if (isInitialized() != other.isInitialized())
-        return false;
-    if (!table_.data() || !other.table_.data())
-        return !table_.data() && !other.table_.data();
+    const kx_GaborFilter& o = static_cast<const kx_GaborFilter&>(other);
     const Parameters& a = parameters_;
-    const Parameters& b = other.parameters_;
-    if (support_ != other.support_ || a.angle != b.angle || kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma ||
-        a.plateau != b.plateau || a.size != b.size || a.dcRadius != b.dcRadius)
-        return false;
-    return table_.sameGains(other.table_);
+    const Parameters& b = o.parameters_;
+    return !(support_ != o.support_ || a.angle != b.angle || kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma ||
+             a.plateau != b.plateau || a.size != b.size || a.dcRadius != b.dcRadius);
 }
 
 // The new table is built aside and only then committed, so a failed or
@@ -194,7 +183,7 @@ void kx_GaborFilter::create(const Parameters& p)
     fillTable(built.data(), p, support, reject);
 
     mutating();
-    table_.commit(built);
+    table().commit(built);
     support_ = support;
     parameters_ = p;
     setInitialized(true);
@@ -218,7 +207,7 @@ void kx_GaborFilter::change(Change change)
 
 const kx_GaborParameters& kx_GaborFilter::parameters() const
 {
-    kf_RequireTransferFunction(table_.data());
+    kf_RequireTransferFunction(table().data());
     return parameters_;
 }
 
@@ -237,13 +226,13 @@ kxPair<long> kx_GaborFilter::size() const { return parameters().size; }
 long kx_GaborFilter::dcRadius() const { return parameters().dcRadius; }
 long kx_GaborFilter::supportWidth() const
 {
-    kf_RequireTransferFunction(table_.data());
+    kf_RequireTransferFunction(table().data());
     return support_.x();
 }
 
 long kx_GaborFilter::supportHeight() const
 {
-    kf_RequireTransferFunction(table_.data());
+    kf_RequireTransferFunction(table().data());
     return support_.y();
 }
 
@@ -257,10 +246,10 @@ void kx_GaborFilter::walk(const float* in, kxFrequencyBuffer& out) const
     float* outData = getFrequencyBufferData(out);
     if (role() == ePass) {
         maskFrequencyBuffer(out, true, rect.top, rect.bottom);
-        walkRect(table_.data(), support_.x(), rect, W, H, in, outData, kf_ClearElement);
+        walkRect(table().data(), support_.x(), rect, W, H, in, outData, kf_ClearElement);
     } else {
         maskFrequencyBuffer(out, false, 0, 0);
-        walkRect(table_.data(), support_.x(), rect, W, H, in, outData, kf_CopyElement);
+        walkRect(table().data(), support_.x(), rect, W, H, in, outData, kf_CopyElement);
     }
 }
 
@@ -270,8 +259,8 @@ void kx_GaborFilter::streamFields(kxArchive& archive)
     long supportWidth = support_.x(), supportHeight = support_.y();
     Parameters p = parameters_;
     double angle = p.angle.toDouble();
-    bool hasTable = table_.data() != nullptr;
-    std::vector<float> gains = archive.isStoring() ? table_.stored() : std::vector<float>();
+    bool hasTable = table().data() != nullptr;
+    std::vector<float> gains = archive.isStoring() ? table().stored() : std::vector<float>();
     archive || supportWidth || supportHeight || angle || p.frequency;
     archive || p.sigma || p.plateau || p.size;
     archive || p.dcRadius || hasTable;
@@ -288,7 +277,7 @@ void kx_GaborFilter::streamFields(kxArchive& archive)
         kf_RefuseLoad("stored support size does not match the stored parameters");
     const unsigned long expected =
         hasTable ? static_cast<unsigned long>(supportWidth) * static_cast<unsigned long>(supportHeight) : 0;
-    table_.load(hasTable, expected, gains);
+    table().load(hasTable, expected, gains);
     support_ = support;
     parameters_ = p;
 }

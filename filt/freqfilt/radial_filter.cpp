@@ -120,37 +120,26 @@ kx_RadialFilter::kx_RadialFilter(const kx_RadialFilter& other) : kxPersistent(),
     *this = other;
 }
 
-// From a filter without a profile only the profile is dropped; the
-// parameters and the flag keep their values.
 kx_RadialFilter& kx_RadialFilter::operator=(const kx_RadialFilter& other)
 {
-    if (&other == this)
-        return *this;
-    if (other.profile_.data()) {
-        kx_TableFilter::operator=(other);
+    if (&other != this && assignTable(other)) {
         parameters_ = other.parameters_;
         supportWidth_ = other.supportWidth_;
         oversampling_ = other.oversampling_;
     }
-    profile_ = other.profile_;
     return *this;
 }
 
 kx_RadialFilter::~kx_RadialFilter() = default;
 
-bool kx_RadialFilter::equals(const kx_RadialFilter& other) const
+bool kx_RadialFilter::sameParameters(const kx_TableFilter& other) const
 {
-    if (isInitialized() != other.isInitialized())
-        return false;
-    if (!profile_.data() || !other.profile_.data())
-        return !profile_.data() && !other.profile_.data();
+    const kx_RadialFilter& o = static_cast<const kx_RadialFilter&>(other);
     const Parameters& a = parameters_;
-    const Parameters& b = other.parameters_;
-    if (supportWidth_ != other.supportWidth_ || oversampling_ != other.oversampling_ ||
-        kf_Differs(a.frequency, b.frequency) || kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) ||
-        a.size != b.size || a.dcRadius != b.dcRadius)
-        return false;
-    return profile_.sameGains(other.profile_);
+    const Parameters& b = o.parameters_;
+    return !(supportWidth_ != o.supportWidth_ || oversampling_ != o.oversampling_ ||
+             kf_Differs(a.frequency, b.frequency) || kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) ||
+             a.size != b.size || a.dcRadius != b.dcRadius);
 }
 
 // Built aside and only then committed: a failed or cancelled call changes
@@ -164,7 +153,7 @@ void kx_RadialFilter::create(const Parameters& p)
     fillProfile(built.data(), p, count, reject);
 
     mutating();
-    profile_.commit(built);
+    table().commit(built);
     supportWidth_ = supportWidth;
     oversampling_ = kOversampling;
     parameters_ = p;
@@ -186,7 +175,7 @@ void kx_RadialFilter::change(Change change)
 
 const kx_RadialParameters& kx_RadialFilter::parameters() const
 {
-    kf_RequireTransferFunction(profile_.data());
+    kf_RequireTransferFunction(table().data());
     return parameters_;
 }
 
@@ -204,7 +193,7 @@ long kx_RadialFilter::dcRadius() const { return parameters().dcRadius; }
 
 long kx_RadialFilter::supportWidth() const
 {
-    kf_RequireTransferFunction(profile_.data());
+    kf_RequireTransferFunction(table().data());
     return supportWidth_;
 }
 
@@ -216,9 +205,9 @@ void kx_RadialFilter::walk(const float* in, kxFrequencyBuffer& out) const
     float* outData = getFrequencyBufferData(out);
     const double f = parameters_.frequency;
     if (role() == ePass)
-        walkRing(profile_.data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
     else
-        walkRing(profile_.data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
 }
 
 void kx_RadialFilter::streamFields(kxArchive& archive)
@@ -226,8 +215,8 @@ void kx_RadialFilter::streamFields(kxArchive& archive)
     // Streamed through locals: a load that fails leaves the filter as it was.
     long supportWidth = supportWidth_, oversampling = oversampling_;
     Parameters p = parameters_;
-    bool hasTable = profile_.data() != nullptr;
-    std::vector<float> gains = archive.isStoring() ? profile_.stored() : std::vector<float>();
+    bool hasTable = table().data() != nullptr;
+    std::vector<float> gains = archive.isStoring() ? table().stored() : std::vector<float>();
     archive || supportWidth || oversampling || p.frequency || p.sigma || p.plateau;
     archive || p.size;
     archive || p.dcRadius || hasTable;
@@ -242,7 +231,7 @@ void kx_RadialFilter::streamFields(kxArchive& archive)
                      oversampling != kOversampling))
         kf_RefuseLoad("stored profile size does not match the stored parameters");
     const unsigned long expected = hasTable ? static_cast<unsigned long>(supportWidth) * kOversampling : 0;
-    profile_.load(hasTable, expected, gains);
+    table().load(hasTable, expected, gains);
     supportWidth_ = supportWidth;
     oversampling_ = oversampling;
     parameters_ = p;

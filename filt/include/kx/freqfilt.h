@@ -168,13 +168,28 @@ public:
 
 protected:
     explicit kx_TableFilter(Role role) : role_(role) {}
+    // A copy starts without a table; the body's assignment copies it.
     kx_TableFilter(const kx_TableFilter& other);
     kx_TableFilter& operator=(const kx_TableFilter& other);
     Role role() const { return role_; }
 
+    // The gains; an empty table: no transfer function.
+    kx_GainTable& table() { return table_; }
+    const kx_GainTable& table() const { return table_; }
+    // The first step of a body's assignment: from a filter with a table, the
+    // flag and the gains are copied and the body copies its parameters (true
+    // is returned); from one without, only the gains are dropped and the
+    // parameters and the flag keep their values.
+    bool assignTable(const kx_TableFilter& other);
+    // The comparison of two filters of the same class: the flags, whether
+    // both have a table, then the body's parameters and the gains.
+    bool equals(const kx_TableFilter& other) const;
+
 private:
-    // The table (null: none), the padded size it was made for, the DC radius.
-    virtual const float* gains() const = 0;
+    // The body's parameters and table sizes against those of `other`, a
+    // filter of the same class with a table.
+    virtual bool sameParameters(const kx_TableFilter& other) const = 0;
+    // The padded size the table was made for, and the DC radius.
     virtual kxPair<long> gainsSize() const = 0;
     virtual long gainsDcRadius() const = 0;
     // Multiplies the elements the table covers by their gains, reading `in`
@@ -184,6 +199,7 @@ private:
     void applyInto(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool sizeDestination) const;
 
     Role role_;
+    kx_GainTable table_;
 };
 
 // The body the Gabor filter and the Gabor reject filter share: parameters,
@@ -220,13 +236,12 @@ public:
 
     // The gain table, support height rows of support width gains (null while
     // uninitialised).
-    const float* data() const { return table_.data(); }
+    const float* data() const { return table().data(); }
 
 protected:
     explicit kx_GaborFilter(Role role) : kx_TableFilter(role) {}
     kx_GaborFilter(const kx_GaborFilter& other);
     kx_GaborFilter& operator=(const kx_GaborFilter& other);
-    bool equals(const kx_GaborFilter& other) const;
 
     // The DC radius, under the name each filter gives it.
     void dcRadius(long value);
@@ -240,14 +255,13 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_GaborParameters& parameters() const;
-    const float* gains() const override { return table_.data(); }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
+    bool sameParameters(const kx_TableFilter& other) const override;
     void walk(const float* in, kxFrequencyBuffer& out) const override;
 
     kx_GaborParameters parameters_;
-    kxPair<long> support_;
-    kx_GainTable table_;   // support_.y() rows of support_.x() gains
+    kxPair<long> support_;   // the table: support_.y() rows of support_.x() gains
 };
 
 // The members every concrete filter class declares alike, under its own
@@ -331,7 +345,6 @@ protected:
     explicit kx_RadialFilter(Role role) : kx_TableFilter(role) {}
     kx_RadialFilter(const kx_RadialFilter& other);
     kx_RadialFilter& operator=(const kx_RadialFilter& other);
-    bool equals(const kx_RadialFilter& other) const;
 
     void dcRadius(long value);
     long dcRadius() const;
@@ -344,15 +357,14 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_RadialParameters& parameters() const;
-    const float* gains() const override { return profile_.data(); }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
+    bool sameParameters(const kx_TableFilter& other) const override;
     void walk(const float* in, kxFrequencyBuffer& out) const override;
 
     kx_RadialParameters parameters_;
     long supportWidth_ = 0;
-    long oversampling_ = 0;
-    kx_GainTable profile_;   // supportWidth_ x oversampling_ gains
+    long oversampling_ = 0;   // the table: a profile of supportWidth_ x oversampling_ gains
 };
 
 // A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
