@@ -119,16 +119,23 @@ ERRORS = {
 MACRO_USE = re.compile(r"^(\s*)KX_FREQUENCY_ERROR_CLASS\((\w+)\)\s*//\s*(0x[0-9a-fA-F]+)\s*$")
 
 
-def expand_error_classes(lines):
-    """Replaces each use of the error-class macro with its documented expansion."""
+def macro_body(lines, definition):
+    """The lines of the macro whose #define line starts with `definition`,
+    without their continuation backslashes (none if it is not defined)."""
     body = []
     for i, line in enumerate(lines):
-        if line.startswith("#define KX_FREQUENCY_ERROR_CLASS(Name)"):
+        if line.startswith(definition):
             j = i + 1
             while lines[j - 1].rstrip().endswith("\\"):
                 body.append(lines[j].rstrip().rstrip("\\").rstrip())
                 j += 1
             break
+    return body
+
+
+def expand_error_classes(lines):
+    """Replaces each use of the error-class macro with its documented expansion."""
+    body = macro_body(lines, "#define KX_FREQUENCY_ERROR_CLASS(Name)")
     if not body:
         return lines
     out = []
@@ -159,14 +166,7 @@ FILTER_USE = re.compile(r"^\s*KX_FILTER_CLASS_MEMBERS\((\w+)\)\s*$")
 def expand_filter_classes(lines):
     """Replaces each use of the filter-class macro with its expansion, the
     public members documented as one group."""
-    body = []
-    for i, line in enumerate(lines):
-        if line.startswith("#define KX_FILTER_CLASS_MEMBERS(Class)"):
-            j = i + 1
-            while lines[j - 1].rstrip().endswith("\\"):
-                body.append(lines[j].rstrip().rstrip("\\").rstrip())
-                j += 1
-            break
+    body = macro_body(lines, "#define KX_FILTER_CLASS_MEMBERS(Class)")
     if not body:
         return lines
     out = []
