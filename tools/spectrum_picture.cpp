@@ -70,21 +70,22 @@ long widestLabel(const std::vector<Tick>& ticks, int s)
     return widest;
 }
 
-// The ticks of one side: multiples of the finest step from 1/64 to 1/2 cycle
-// per pixel whose labels leave room between them (side by side along the
-// bottom, two lines each up the left side); only the zero frequency when
-// even 1/2 is too crowded.
-std::vector<Tick> ticksFor(long pixels, const FrequencyScale& scale, bool vertical, const Metrics& m)
+// The finest step of ticks along one side, from 1/64 to 1/2 cycle per
+// pixel, whose labels leave room between them (side by side along the
+// bottom, two lines each up the left side); 1 (only the zero frequency is
+// labelled) when even 1/2 is too crowded.
+double stepFor(long pixels, const FrequencyScale& scale, bool vertical, const Metrics& m)
 {
     for (double step = 1.0 / 64; step <= 0.5; step *= 2) {
-        std::vector<Tick> ticks = ticksAt(step, pixels, scale);
         const double spacing = step / scale.perPixel;
-        const double needed = vertical ? 3.0 * static_cast<double>(m.line)
-                                       : static_cast<double>(widestLabel(ticks, static_cast<int>(m.s)) + 2 * m.advance);
+        const double needed =
+            vertical ? 3.0 * static_cast<double>(m.line)
+                     : static_cast<double>(widestLabel(ticksAt(step, pixels, scale), static_cast<int>(m.s)) +
+                                           2 * m.advance);
         if (spacing >= needed)
-            return ticks;
+            return step;
     }
-    return ticksAt(1.0, pixels, scale);
+    return 1.0;
 }
 
 struct AxesLayout {
@@ -95,8 +96,10 @@ struct AxesLayout {
 AxesLayout layoutFor(long width, long height, const FrequencyScale& u, const FrequencyScale& v, const Metrics& m)
 {
     AxesLayout layout;
-    layout.u = ticksFor(width, u, false, m);
-    layout.v = ticksFor(height, v, true, m);
+    // One step for both sides, the coarser one, so that they read alike.
+    const double step = std::max(stepFor(width, u, false, m), stepFor(height, v, true, m));
+    layout.u = ticksAt(step, width, u);
+    layout.v = ticksAt(step, height, v);
     const int s = static_cast<int>(m.s);
     layout.left = m.pad + widestLabel(layout.v, s) + m.pad + m.tick + 1;
     layout.top = m.line + m.pad;
