@@ -88,8 +88,8 @@ kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src, long width, l
 kxFrequencyBuffer::kxFrequencyBuffer(const kxPelBuffer_const<double>& real,
                                      const kxPelBuffer_const<double>& imaginary)
 {
-    if (!real.isBound() || !imaginary.isBound())
-        throw kxFrequencyDefs::UnboundWindow();
+    kf_RequireBound(real);
+    kf_RequireBound(imaginary);
     kf_Require<kxFrequencyDefs::InvalidSize>(real.height() == imaginary.height() && real.width() == imaginary.width() &&
                                                  real.offset() == imaginary.offset(),
                                              kPartsDiffer);

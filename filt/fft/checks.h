@@ -2,8 +2,8 @@
 // Internal: the library's preconditions, one line each at the call site.
 //
 // Every fixed message of the library's errors is defined once, in
-// checks.cpp, every precondition throws through kf_Require, and every check
-// that more than one file makes is a kf_Require... helper here, so a message
+// checks.cpp; a precondition is one kf_Require line, and every check that
+// more than one file makes is a kf_Require... helper here, so a message
 // cannot drift between two places that test the same thing.
 #include <kx/fft.h>
 
