@@ -24,5 +24,11 @@ inline bool kf_IsAxisFrequency(long frequency, long n) { return frequency >= -(n
 // so any whole frequency wraps onto the axis.
 inline long kf_StorageIndex(long frequency, long n) { return (frequency % n + n) % n; }
 
+// The ring walk of the band filters counts index k as frequency k only while
+// k < n / 2, so on an axis of one element its only index is frequency -1,
+// not 0. Kept as it is: it decides every stored band filter's result on a
+// grid one row high or one column wide.
+inline long kf_RingFrequency(long index, long n) { return index < n / 2 ? index : index - n; }
+
 // The centred index of storage index `index`: the zero frequency at n / 2.
 inline long kf_CentredIndex(long index, long n) { return kf_SignedFrequency(index, n) + n / 2; }

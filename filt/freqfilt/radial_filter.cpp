@@ -90,7 +90,7 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
         kf_PollEvery16(y);
         const float* s = src + 2 * y * width;
         float* d = dst + 2 * y * width;
-        const long rowFrequency = kf_SignedFrequency(y, height);
+        const long rowFrequency = kf_RingFrequency(y, height);
         if (std::labs(rowFrequency) > rowLimit) {
             for (long x = 0; x < width; ++x)
                 outside(s + 2 * x, d + 2 * x);
@@ -99,7 +99,7 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
         const std::int32_t v = static_cast<std::int32_t>(rowFrequency);
         const std::int32_t yterm = static_cast<std::int32_t>(static_cast<double>(v * v) * k);
         for (long x = 0; x < width; ++x) {
-            const std::int32_t u = static_cast<std::int32_t>(kf_SignedFrequency(x, width));
+            const std::int32_t u = static_cast<std::int32_t>(kf_RingFrequency(x, width));
             const std::int32_t r2 = u * u + yterm;
             if (r2 <= inner || r2 >= outer) {
                 outside(s + 2 * x, d + 2 * x);

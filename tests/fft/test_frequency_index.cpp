@@ -56,3 +56,13 @@ TEST(FrequencyIndex, EvenSideEightAsDocumented)
         EXPECT_EQ(kf_CentredIndex(k, 8), centred[k]) << k;
     }
 }
+
+// The band filters' ring walk differs from the signed frequency on one side
+// only: an axis of one element, whose index 0 it counts as frequency -1.
+TEST(FrequencyIndex, RingFrequencyDiffersOnlyOnASideOfOne)
+{
+    EXPECT_EQ(kf_RingFrequency(0, 1), -1);
+    for (long n = 2; n <= kfMaxTransformSide; n *= 2)
+        for (long k = 0; k < n; ++k)
+            ASSERT_EQ(kf_RingFrequency(k, n), kf_SignedFrequency(k, n)) << "n " << n << " k " << k;
+}
