@@ -181,6 +181,12 @@ bool hostAllowed(const std::string& host, int port)
 void configure(httplib::Server& server, int& port)
 {
     server.new_task_queue = [] { return new httplib::ThreadPool(8); };
+    // The library's default adds SO_REUSEPORT, which would let a second
+    // server share the port; a port in use must be refused instead.
+    server.set_socket_options([](socket_t sock) {
+        const int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     server.set_payload_max_length(64 * 1024);   // the page sends no bodies
     server.set_read_timeout(10);
     server.set_write_timeout(30);
@@ -188,7 +194,7 @@ void configure(httplib::Server& server, int& port)
     server.set_default_headers({{"Cache-Control", "no-store"},
                                 {"X-Content-Type-Options", "nosniff"},
                                 {"Content-Security-Policy",
-                                 "default-src 'none'; img-src 'self' blob:; connect-src 'self'; "
+                                 "default-src 'none'; img-src 'self' blob:; connect-src 'self' blob:; "
                                  "style-src 'unsafe-inline'; script-src 'unsafe-inline'"}});
     server.set_pre_routing_handler([&port](const httplib::Request& req, httplib::Response& res) {
         if (hostAllowed(req.get_header_value("Host"), port))

@@ -1,0 +1,99 @@
+"""The studio's page in headless Chromium: load it, click on a peak of the
+spectrum, move a slider, and check that the result changed and that the
+exported command, run with the tool, gives the page's pixels."""
+import json
+import shlex
+import urllib.parse
+
+import pytest
+
+import browser_support as browser
+import studio_support as support
+
+
+@pytest.fixture(scope="module")
+def driver():
+    d = browser.start_browser()
+    yield d
+    browser.stop_browser(d)
+
+
+def click_at_frequency(driver, fx, fy):
+    from selenium.webdriver.common.action_chains import ActionChains
+    canvas = driver.find_element("id", "spectrum")
+    layout = driver.execute_script("return window.studio.layout;")
+    x = layout["left"] + (fx + 0.5) * layout["plot"]
+    y = layout["top"] + (fy + 0.5) * layout["plot"]
+    # Offsets count from the element's centre.
+    ActionChains(driver).move_to_element_with_offset(canvas, x - canvas.size["width"] / 2,
+                                                     y - canvas.size["height"] / 2).click().perform()
+
+
+def test_click_a_peak_move_a_slider_and_export(driver, studio, workdir):
+    driver.get(studio.url + "/")
+    assert browser.wait_full_result(driver) == ""
+    assert driver.find_element("id", "message").text == "0 filters"
+    before = support.read_png(browser.page_result_png(driver))[3]
+
+    # Click on the stripes' peak (the lobe below the middle, at 30 degrees).
+    info = json.loads(studio.get("/api/info")[2])
+    peak = info["components"][0]
+    click_at_frequency(driver, peak["fx"], peak["fy"])
+    filters = browser.wait_full_result(driver)
+    kind, frequency, angle = filters.split(",")[:3]
+    assert kind == "g" and ";" not in filters
+    assert abs(float(frequency) - peak["frequency"]) < 1e-4 and abs(float(angle) - peak["angle"]) < 0.01
+    notched = support.read_png(browser.page_result_png(driver))[3]
+    assert notched != before
+
+    # Widen the notch with the sigma slider.
+    from selenium.webdriver.common.action_chains import ActionChains
+    slider = driver.find_element("id", "sigmaRange")
+    old_sigma = float(slider.get_attribute("value"))
+    ActionChains(driver).move_to_element_with_offset(slider, slider.size["width"] // 4, 0).click().perform()
+    filters = browser.wait_full_result(driver)
+    new_sigma = float(driver.find_element("id", "sigma").get_attribute("value"))
+    assert new_sigma > old_sigma
+    assert float(filters.split(",")[3]) == new_sigma
+    page_png = browser.page_result_png(driver)
+    widened = support.read_png(page_png)[3]
+    assert widened != notched
+
+    # The exported command, run with the tool, gives the page's pixels.
+    driver.find_element("id", "showCommand").click()
+    from selenium.webdriver.support.ui import WebDriverWait
+    text = WebDriverWait(driver, 20).until(
+        lambda d: d.find_element("id", "exportText").text if "kxfreq filter" in d.find_element(
+            "id", "exportText").text else None)
+    commands = [line for line in text.splitlines() if line.startswith("kxfreq filter ")]
+    assert len(commands) == 2 and "--gabor-reject" in commands[1]
+    link = driver.find_element("id", "saveFilter").get_attribute("href")
+    assert urllib.parse.urlparse(link).path == "/api/export/filter.kxf"
+    status, _, archive = studio.get(link[len(studio.url):])
+    assert status == 200
+    (workdir / "striped-filter.kxf").write_bytes(archive)
+    for command in commands:
+        args = shlex.split(command)
+        run = support.run_tool(*args[1:], cwd=str(workdir))
+        assert run.returncode == 0, run.stderr
+        output = workdir / args[args.index("-o") + 1]
+        assert support.read_png_file(str(output))[3] == widened, command
+        output.unlink()
+
+
+def test_bad_value_shows_the_librarys_message(driver, studio):
+    driver.get(studio.url + "/")
+    browser.wait_full_result(driver)
+    click_at_frequency(driver, -0.2, 0.1)
+    browser.wait_full_result(driver)
+    field = driver.find_element("id", "frequency")
+    field.clear()
+    field.send_keys("0.8\n")
+    from selenium.webdriver.support.ui import WebDriverWait
+    WebDriverWait(driver, 20).until(lambda d: "Frequency must be between 0.0 and 0.5." in d.find_element(
+        "id", "message").text)
+    assert driver.find_element("id", "result").get_attribute("data-kind") == "error"
+    field.clear()
+    field.send_keys("0.2\n")
+    browser.wait_full_result(driver)
+    assert driver.find_element("id", "message").text == "1 filter"
