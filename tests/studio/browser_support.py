@@ -46,7 +46,7 @@ def stop_browser(driver):
     shutil.rmtree(driver.kx_profile, ignore_errors=True)
 
 
-def page_result_png(driver):
+def page_result_bmp(driver):
     """The bytes of the result picture the page shows."""
     import base64
     data = driver.execute_async_script("""

@@ -1,6 +1,7 @@
 """Shared pieces of the studio tests: a studio server in a child process,
-HTTP requests on the loopback address and a reader of the PNG files the
-tool and the server write (8- and 16-bit grey, no interlace)."""
+HTTP requests on the loopback address, and readers of the PNG files the
+tool and the server write (8- and 16-bit grey, no interlace) and of the
+BMP pictures the page shows."""
 import os
 import re
 import signal
@@ -87,6 +88,20 @@ def read_png(data):
         rows.append(list(line) if size == 1 else [line[2 * i] << 8 | line[2 * i + 1] for i in range(width)])
         previous = line
     return width, height, bits, rows
+
+
+def read_bmp(data):
+    """(width, height, 8, rows) of the 8-bit grey BMP the studio shows."""
+    assert data[:2] == b"BM", "not a BMP"
+    offset, = struct.unpack("<I", data[10:14])
+    width, height, planes, bits = struct.unpack("<iiHH", data[18:30])
+    assert planes == 1 and bits == 8 and height > 0
+    palette = [data[54 + 4 * i] for i in range(256)]
+    assert palette == list(range(256)), "not a grey palette"
+    stride = (width + 3) // 4 * 4
+    rows = [list(data[offset + stride * (height - 1 - y):offset + stride * (height - 1 - y) + width])
+            for y in range(height)]
+    return width, height, 8, rows
 
 
 def read_png_file(path):

@@ -21,6 +21,7 @@ def driver():
 def click_at_frequency(driver, fx, fy):
     from selenium.webdriver.common.action_chains import ActionChains
     canvas = driver.find_element("id", "spectrum")
+    driver.execute_script("window.scrollTo(0, 0);")
     layout = driver.execute_script("return window.studio.layout;")
     x = layout["left"] + (fx + 0.5) * layout["plot"]
     y = layout["top"] + (fy + 0.5) * layout["plot"]
@@ -33,7 +34,7 @@ def test_click_a_peak_move_a_slider_and_export(driver, studio, workdir):
     driver.get(studio.url + "/")
     assert browser.wait_full_result(driver) == ""
     assert driver.find_element("id", "message").text == "0 filters"
-    before = support.read_png(browser.page_result_png(driver))[3]
+    before = support.read_bmp(browser.page_result_bmp(driver))[3]
 
     # Click on the stripes' peak (the lobe below the middle, at 30 degrees).
     info = json.loads(studio.get("/api/info")[2])
@@ -43,7 +44,7 @@ def test_click_a_peak_move_a_slider_and_export(driver, studio, workdir):
     kind, frequency, angle = filters.split(",")[:3]
     assert kind == "g" and ";" not in filters
     assert abs(float(frequency) - peak["frequency"]) < 1e-4 and abs(float(angle) - peak["angle"]) < 0.01
-    notched = support.read_png(browser.page_result_png(driver))[3]
+    notched = support.read_bmp(browser.page_result_bmp(driver))[3]
     assert notched != before
 
     # Widen the notch with the sigma slider.
@@ -55,8 +56,7 @@ def test_click_a_peak_move_a_slider_and_export(driver, studio, workdir):
     new_sigma = float(driver.find_element("id", "sigma").get_attribute("value"))
     assert new_sigma > old_sigma
     assert float(filters.split(",")[3]) == new_sigma
-    page_png = browser.page_result_png(driver)
-    widened = support.read_png(page_png)[3]
+    widened = support.read_bmp(browser.page_result_bmp(driver))[3]
     assert widened != notched
 
     # The exported command, run with the tool, gives the page's pixels.

@@ -16,7 +16,14 @@ import studio_support as support
 
 
 def result_path(filters, preview=0):
-    return "/api/result.png?filters=%s&preview=%d" % (urllib.parse.quote(filters), preview)
+    return "/api/result.bmp?filters=%s&preview=%d" % (urllib.parse.quote(filters), preview)
+
+
+def shown(studio, filters, preview=0):
+    """The pixels the page shows for the filters."""
+    status, headers, body = studio.get(result_path(filters, preview))
+    assert status == 200 and headers["Content-Type"] == "image/bmp", body[:200]
+    return support.read_bmp(body)
 
 
 def raw_request(studio, method, path, body=None, headers=None):
@@ -73,15 +80,13 @@ def test_spectrum_picture_has_the_padded_size(studio):
 
 
 def test_result_without_filters_is_the_image(studio, striped):
-    status, _, body = studio.get(result_path(""))
-    assert status == 200
-    assert support.read_png(body)[3] == striped   # forward and back, rounded
+    assert shown(studio, "")[3] == striped   # forward and back, rounded
 
 
 def test_notch_on_the_peak_removes_the_stripes(studio, striped):
     status, headers, body = studio.get(result_path(peak_filter(studio)))
     assert status == 200 and int(headers["X-Render-Milliseconds"]) >= 0
-    rows = support.read_png(body)[3]
+    rows = support.read_bmp(body)[3]
     clean = support.read_png_file(os.path.join(support.DATA, "photo.png"))[3]
     def rms(a):
         n = len(a) * len(a[0])
@@ -113,7 +118,7 @@ def exported_commands(studio, filters, workdir):
     "",
 ])
 def test_exported_commands_give_the_page_result(studio, workdir, filters):
-    page = studio.get(result_path(filters))[2]
+    page = shown(studio, filters)[3]
     commands = exported_commands(studio, filters, workdir)
     assert len(commands) == (2 if filters.count(",") and ";" not in filters else 1)
     for command in commands:
@@ -121,17 +126,16 @@ def test_exported_commands_give_the_page_result(studio, workdir, filters):
         run = support.run_tool(*args[1:], cwd=str(workdir))
         assert run.returncode == 0, run.stderr
         output = workdir / args[args.index("-o") + 1]
-        assert support.read_png_file(str(output))[3] == support.read_png(page)[3], command
+        assert support.read_png_file(str(output))[3] == page, command
         output.unlink()
 
 
 def test_exported_images_are_the_tools_files(studio, workdir):
     f = peak_filter(studio, 0.015)
     query = "?filters=" + urllib.parse.quote(f)
-    page = studio.get(result_path(f))[2]
     status, headers, png = studio.get("/api/export/result.png" + query)
     assert status == 200 and 'filename="striped-filtered.png"' in headers["Content-Disposition"]
-    assert png == page
+    assert support.read_png(png)[3] == shown(studio, f)[3]
     status, headers, tif = studio.get("/api/export/result.tif" + query)
     assert status == 200 and headers["Content-Type"] == "image/tiff" and tif[:4] in (b"II*\0", b"MM\0*")
     (workdir / "striped-filter.kxf").write_bytes(studio.get("/api/export/filter.kxf" + query)[2])
@@ -157,7 +161,7 @@ def test_exported_python_gives_the_page_result(studio, workdir, striped):
                          capture_output=True, text=True, timeout=60)
     assert run.returncode == 0, run.stderr
     result = numpy.load(str(workdir / "out.npy"))
-    page = support.read_png(studio.get(result_path(f))[2])[3]
+    page = shown(studio, f)[3]
     assert result.dtype == numpy.uint8 and result.tolist() == page
 
 
@@ -175,9 +179,9 @@ def test_exported_python_gives_the_page_result(studio, workdir, striped):
     ("filters=&colour=red", "unknown parameter 'colour'"),
     ("filters=&filters=b,0.2,0.01,0,0", "parameter 'filters' given twice"),
 ])
-@pytest.mark.parametrize("path", ["/api/result.png", "/api/export/command"])
+@pytest.mark.parametrize("path", ["/api/result.bmp", "/api/export/command"])
 def test_bad_parameters_get_400_with_the_reason(studio, path, query, reason):
-    if path != "/api/result.png" and "preview" in query:
+    if path != "/api/result.bmp" and "preview" in query:
         query = query.replace("preview", "other")
         reason = "unknown parameter 'other'"
     status, headers, body = studio.get(path + "?" + query)
@@ -187,7 +191,7 @@ def test_bad_parameters_get_400_with_the_reason(studio, path, query, reason):
 
 def test_every_export_refuses_bad_filters(studio):
     for path in ("/api/export/python", "/api/export/filter.kxf", "/api/export/result.png",
-                 "/api/export/result.tif", "/api/result.png"):
+                 "/api/export/result.tif", "/api/result.bmp"):
         status, _, body = studio.get(path + "?filters=b,0.9,0.01,0,0")
         assert status == 400 and b"Frequency must be between 0.0 and 0.5." in body, path
     status, _, body = studio.get("/api/info?filters=")
@@ -204,13 +208,13 @@ def test_unknown_paths_get_404(studio, path):
 
 def test_other_methods_are_refused(studio):
     for method in ("POST", "PUT", "DELETE"):
-        status, body = raw_request(studio, method, "/api/result.png", body=b"x")
+        status, body = raw_request(studio, method, "/api/result.bmp", body=b"x")
         assert status in (404, 405) and body, method
 
 
 def test_oversized_requests_are_refused(studio):
     long_filters = ";".join(["g,0.1,30,0.01,0.01,0,0,1"] * 400)
-    status, _, _ = studio.get("/api/result.png?filters=" + long_filters)
+    status, _, _ = studio.get("/api/result.bmp?filters=" + long_filters)
     assert status == 414
     status, body = raw_request(studio, "POST", "/", body=b"x" * (1024 * 1024),
                                headers={"Content-Type": "application/octet-stream"})
@@ -258,12 +262,11 @@ def test_preview_of_a_large_image_is_reduced(workdir):
     try:
         info = json.loads(server.get("/api/info")[2])
         assert info["previewFactor"] == 3 and (info["paddedWidth"], info["paddedHeight"]) == (2048, 1024)
-        preview = support.read_png(server.get(result_path("b,0.1,0.01,0,1", 1))[2])
-        full = support.read_png(server.get(result_path("b,0.1,0.01,0,1", 0))[2])
+        preview = shown(server, "b,0.1,0.01,0,1", 1)
+        full = shown(server, "b,0.1,0.01,0,1", 0)
         assert preview[:2] == (366, 200) and full[:2] == (1100, 600)
         # A notch beyond what the reduced image holds is left out of the preview only.
-        status, _, body = server.get(result_path("g,0.4,0,0.01,0.01,0,0,1", 1))
-        assert status == 200 and support.read_png(body)[:2] == (366, 200)
+        assert shown(server, "g,0.4,0,0.01,0.01,0,0,1", 1)[:2] == (366, 200)
     finally:
         assert server.stop()[0] == 0
 
@@ -276,7 +279,10 @@ def test_sixteen_bit_images_keep_their_depth(workdir):
     try:
         assert json.loads(server.get("/api/info")[2])["bits"] == 16
         assert support.read_png(server.get("/api/image.png")[2])[2:] == (16, rows)
-        assert support.read_png(server.get(result_path(""))[2])[2] == 16
+        # Shown at 8 bits, exported at 16.
+        assert shown(server, "")[3] == [[(v * 255 + 32767) // 65535 for v in row] for row in rows]
+        exported = support.read_png(server.get("/api/export/result.png?filters=")[2])
+        assert exported[2:] == (16, rows)
     finally:
         server.stop()
 

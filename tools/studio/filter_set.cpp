@@ -80,15 +80,13 @@ std::unique_ptr<kxFrequencyFilter> libraryFilter(const StudioFilter& f, const kx
                                                           f.dcRadius);
 }
 
-// The gain of a filter on every element of a buffer of the given size.
-kxFrequencyBuffer gainOf(const kxFrequencyFilter& filter, long width, long height)
+kxPelBuffer<double> constantImage(long width, long height, double value)
 {
-    kxFrequencyBuffer ones(width, height);
+    kxPelBuffer<double> image(width, height);
     for (long y = 0; y < height; ++y)
         for (long x = 0; x < width; ++x)
-            ones.put(x, y, kxPair<double>(1.0, 0.0), false);
-    filter.apply(ones);
-    return ones;
+            image(x, y) = value;
+    return image;
 }
 
 }  // namespace
@@ -118,9 +116,11 @@ std::unique_ptr<kxFrequencyFilter> combinedFilter(const FilterSet& filters, cons
                 throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
             }
     struct Gain {
-        kxFrequencyBuffer buffer;
-        bool bothLobes;   // a Gabor reject removes a real pattern: its lobe and the mirrored one
+        kxPelBuffer<double> values;   // storage order
+        bool bothLobes;               // a Gabor reject removes a real pattern: its lobe and the mirrored one
     };
+    const kxPelBuffer<double> zeros = constantImage(w, h, 0.0);
+    const kxFrequencyBuffer ones(constantImage(w, h, 1.0), zeros);
     std::vector<Gain> gains;
     for (std::size_t i = 0; i < filters.size(); ++i) {
         if (preview && filters[i].frequency * scale > 0.5)
@@ -129,7 +129,9 @@ std::unique_ptr<kxFrequencyFilter> combinedFilter(const FilterSet& filters, cons
             const std::unique_ptr<kxFrequencyFilter> one = libraryFilter(filters[i], size, scale);
             if (filters.size() == 1 && filters[i].kind == StudioFilter::BandReject)
                 return std::unique_ptr<kxFrequencyFilter>(one->clone());   // as the filter command applies it
-            gains.push_back({gainOf(*one, w, h), filters[i].kind == StudioFilter::GaborReject});
+            kxFrequencyBuffer gain(ones);
+            one->apply(gain);
+            gains.push_back({gain.getRealImage(false), filters[i].kind == StudioFilter::GaborReject});
         } catch (const kxException& e) {
             if (!preview)
                 throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
@@ -137,18 +139,18 @@ std::unique_ptr<kxFrequencyFilter> combinedFilter(const FilterSet& filters, cons
         }
     }
     // For one Gabor reject this is the filter command's two-lobe gain, bit
-    // for bit: 1.0 times the product of the two lobes.
-    kxFrequencyBuffer product(w, h);
+    // for bit: 1.0 times the product of the two lobes, rounded to float once.
+    kxPelBuffer<double> product(w, h);
     for (long y = 0; y < h; ++y)
         for (long x = 0; x < w; ++x) {
             double total = 1.0;
             for (const Gain& gain : gains) {
-                const double here = gain.buffer.getReal(x, y, false);
-                total *= gain.bothLobes ? here * gain.buffer.getReal((w - x) % w, (h - y) % h, false) : here;
+                const double here = gain.values(x, y);
+                total *= gain.bothLobes ? here * gain.values((w - x) % w, (h - y) % h) : here;
             }
-            product.put(x, y, kxPair<double>(total, 0.0), false);
+            product(x, y) = total;
         }
-    return std::make_unique<kxFrequencyFilterImage>(product);
+    return std::make_unique<kxFrequencyFilterImage>(kxFrequencyBuffer(product, zeros));
 }
 
 std::string exactNumber(double v)

@@ -2,6 +2,7 @@
 // and the filtering behind it, until Ctrl-C.
 #include "studio.h"
 
+#include "display_bitmap.h"
 #include "exports.h"
 #include "page.h"
 #include "session.h"
@@ -99,11 +100,12 @@ private:
         };
     }
 
-    void sendImage(httplib::Response& res, const kxio::GreyImage& image, kxio::Format format,
-                   std::chrono::steady_clock::time_point begun)
+    // An image in the body, with the time it took since `begun`.
+    static void sendImage(httplib::Response& res, std::string body, const char* type,
+                          std::chrono::steady_clock::time_point begun)
     {
-        const char* type = format == kxio::Format::Tiff ? "image/tiff" : "image/png";
-        res.set_content(bytes(kxio::encodeImage("result", image, format)), type);
+        res.body = std::move(body);
+        res.set_header("Content-Type", type);
         const auto ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begun).count();
         res.set_header("X-Render-Milliseconds", std::to_string(static_cast<long>(ms)));
     }
@@ -131,13 +133,13 @@ private:
         server_.Get("/api/spectrum.png", guarded({}, [&s](const httplib::Request&, httplib::Response& res) {
                         res.set_content(bytes(s.spectrumPng()), "image/png");
                     }));
-        server_.Get("/api/result.png",
+        server_.Get("/api/result.bmp",
                     guarded({"filters", "preview"}, [this](const httplib::Request& req, httplib::Response& res) {
                         const auto begun = std::chrono::steady_clock::now();
                         const kxstudio::FilterSet filters = filtersOf(req);
                         const bool preview = previewOf(req);
-                        sendImage(res, preview ? session_.render(filters, true) : fullSize(filters),
-                                  kxio::Format::Png, begun);
+                        const kxio::GreyImage result = preview ? session_.render(filters, true) : fullSize(filters);
+                        sendImage(res, bytes(kxstudio::displayBitmap(result)), "image/bmp", begun);
                     }));
         for (const auto& [extension, format] :
              {std::pair<std::string, kxio::Format>{".png", kxio::Format::Png}, {".tif", kxio::Format::Tiff}}) {
@@ -146,7 +148,9 @@ private:
             server_.Get("/api/export/result" + ext,
                         guarded({"filters"}, [this, f, ext](const httplib::Request& req, httplib::Response& res) {
                             const auto begun = std::chrono::steady_clock::now();
-                            sendImage(res, fullSize(filtersOf(req)), f, begun);
+                            const kxio::GreyImage result = fullSize(filtersOf(req));
+                            sendImage(res, bytes(kxio::encodeImage("result" + ext, result, f)),
+                                      f == kxio::Format::Tiff ? "image/tiff" : "image/png", begun);
                             attachment(res, kxstudio::resultName(session_, ext));
                         }));
         }
