@@ -17,7 +17,7 @@ from test_browser import click_at_frequency  # noqa: E402
 def main():
     data = os.path.join(ROOT, "tests", "tools", "data")
     studio = support.Studio("photo.png", cwd=data)
-    driver = browser.start_browser(1480, 1000)
+    driver = browser.start_browser(1480, 1150)
     try:
         driver.get(studio.url + "/")
         browser.wait_full_result(driver)
