@@ -115,41 +115,34 @@ std::unique_ptr<kxFrequencyFilter> combinedFilter(const FilterSet& filters, cons
             } catch (const kxException& e) {
                 throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
             }
-    struct Gain {
-        kxPelBuffer<double> values;   // storage order
-        bool bothLobes;               // a Gabor reject removes a real pattern: its lobe and the mirrored one
-    };
+    // For one Gabor reject this is the filter command's two-lobe gain, bit
+    // for bit: 1.0 times the product of the two lobes, rounded to float once.
+    // Each filter's gain is multiplied in as soon as it is made, so that one
+    // gain of the padded size is held at a time.
     const kxPelBuffer<double> zeros = constantImage(w, h, 0.0);
-    const kxFrequencyBuffer ones(constantImage(w, h, 1.0), zeros);
-    std::vector<Gain> gains;
+    kxPelBuffer<double> product = constantImage(w, h, 1.0);
+    const kxFrequencyBuffer ones(product, zeros);
     for (std::size_t i = 0; i < filters.size(); ++i) {
         if (preview && filters[i].frequency * scale > 0.5)
             continue;   // beyond what the reduced image holds
+        kxPelBuffer<double> gain;
         try {
             const std::unique_ptr<kxFrequencyFilter> one = libraryFilter(filters[i], size, scale);
             if (filters.size() == 1 && filters[i].kind == StudioFilter::BandReject)
                 return std::unique_ptr<kxFrequencyFilter>(one->clone());   // as the filter command applies it
-            kxFrequencyBuffer gain(ones);
-            one->apply(gain);
-            gains.push_back({gain.getRealImage(false), filters[i].kind == StudioFilter::GaborReject});
+            kxFrequencyBuffer applied(ones);
+            one->apply(applied);
+            gain = applied.getRealImage(false);
         } catch (const kxException& e) {
             if (!preview)
                 throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
-            // The full-size request reports it; the preview leaves it out.
+            continue;   // the full-size request reports it; the preview leaves it out
         }
+        const bool bothLobes = filters[i].kind == StudioFilter::GaborReject;   // a real pattern's two lobes
+        for (long y = 0; y < h; ++y)
+            for (long x = 0; x < w; ++x)
+                product(x, y) *= bothLobes ? gain(x, y) * gain((w - x) % w, (h - y) % h) : gain(x, y);
     }
-    // For one Gabor reject this is the filter command's two-lobe gain, bit
-    // for bit: 1.0 times the product of the two lobes, rounded to float once.
-    kxPelBuffer<double> product(w, h);
-    for (long y = 0; y < h; ++y)
-        for (long x = 0; x < w; ++x) {
-            double total = 1.0;
-            for (const Gain& gain : gains) {
-                const double here = gain.values(x, y);
-                total *= gain.bothLobes ? here * gain.values((w - x) % w, (h - y) % h) : here;
-            }
-            product(x, y) = total;
-        }
     return std::make_unique<kxFrequencyFilterImage>(kxFrequencyBuffer(product, zeros));
 }
 
