@@ -85,11 +85,15 @@ Session::Session(const std::string& path, const kxio::Region& region)
 
 std::unique_ptr<kxFrequencyFilter> Session::combined(const FilterSet& filters) const
 {
+    const std::lock_guard<std::mutex> lock(fullSize_);
     return combinedFilter(filters, kxPair<long>(paddedWidth(), paddedHeight()));
 }
 
 kxio::GreyImage Session::render(const FilterSet& filters, bool preview) const
 {
+    std::unique_lock<std::mutex> lock(fullSize_, std::defer_lock);
+    if (!preview)
+        lock.lock();
     const kxio::GreyImage& image = preview ? preview_ : image_;
     kxFrequencyBuffer spectrum = preview ? previewSpectrum_ : spectrum_;
     const double scale = preview ? static_cast<double>(previewFactor_) : 1.0;

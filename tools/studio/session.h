@@ -2,11 +2,14 @@
 // What the studio knows about its one image: the image, its spectrum, a
 // reduced copy for previews, the spectrum picture and the periodic
 // components found. Everything is computed once at start and only read
-// afterwards, so requests on several threads share it without locks.
+// afterwards, so requests on several threads share it; full-size work runs
+// one request at a time (each holds several buffers of the padded size, and
+// the machine's cores are better spent on one).
 #include "filter_set.h"
 
 #include "../commands.h"
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -52,6 +55,7 @@ private:
     kxFrequencyBuffer previewSpectrum_;
     std::vector<unsigned char> imagePng_, spectrumPng_;
     std::string infoJson_;
+    mutable std::mutex fullSize_;
 };
 
 }  // namespace kxstudio

@@ -13,7 +13,6 @@
 #include <csignal>
 #include <malloc.h>
 #include <iostream>
-#include <mutex>
 #include <pthread.h>
 #include <set>
 #include <thread>
@@ -111,14 +110,6 @@ private:
         res.set_header("X-Render-Milliseconds", std::to_string(static_cast<long>(ms)));
     }
 
-    // Full-size work one request at a time: each holds several buffers of
-    // the padded size, and the machine's cores are better spent on one.
-    kxio::GreyImage fullSize(const kxstudio::FilterSet& filters)
-    {
-        const std::lock_guard<std::mutex> lock(fullSizeMutex_);
-        return session_.render(filters, false);
-    }
-
     void routes()
     {
         const kxstudio::Session& s = session_;
@@ -139,7 +130,7 @@ private:
                         const auto begun = std::chrono::steady_clock::now();
                         const kxstudio::FilterSet filters = filtersOf(req);
                         const bool preview = previewOf(req);
-                        const kxio::GreyImage result = preview ? session_.render(filters, true) : fullSize(filters);
+                        const kxio::GreyImage result = preview ? session_.render(filters, true) : session_.render(filters, false);
                         sendImage(res, bytes(kxstudio::displayBitmap(result)), "image/bmp", begun);
                     }));
         for (const auto& [extension, format] :
@@ -149,7 +140,7 @@ private:
             server_.Get("/api/export/result" + ext,
                         guarded({"filters"}, [this, f, ext](const httplib::Request& req, httplib::Response& res) {
                             const auto begun = std::chrono::steady_clock::now();
-                            const kxio::GreyImage result = fullSize(filtersOf(req));
+                            const kxio::GreyImage result = session_.render(filtersOf(req), false);
                             sendImage(res, bytes(kxio::encodeImage("result" + ext, result, f)),
                                       f == kxio::Format::Tiff ? "image/tiff" : "image/png", begun);
                             attachment(res, kxstudio::resultName(session_, ext));
@@ -172,7 +163,6 @@ private:
 
     const kxstudio::Session& session_;
     httplib::Server& server_;
-    std::mutex fullSizeMutex_;
 };
 
 // Requests must name this server as their host: a page elsewhere that
