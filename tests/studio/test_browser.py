@@ -81,6 +81,28 @@ def test_click_a_peak_move_a_slider_and_export(driver, studio, workdir):
         output.unlink()
 
 
+def test_drag_moves_a_notch_and_ends_at_full_size(driver, studio):
+    from selenium.webdriver.common.action_chains import ActionChains
+    driver.get(studio.url + "/")
+    browser.wait_full_result(driver)
+    click_at_frequency(driver, 0.1, 0.1)
+    first = browser.wait_full_result(driver)
+    previews = driver.execute_script("return window.studio.shown.preview;")
+    canvas = driver.find_element("id", "spectrum")
+    layout = driver.execute_script("return window.studio.layout;")
+    x = layout["left"] + 0.6 * layout["plot"] - canvas.size["width"] / 2
+    y = layout["top"] + 0.6 * layout["plot"] - canvas.size["height"] / 2
+    actions = ActionChains(driver).move_to_element_with_offset(canvas, x, y).click_and_hold()
+    for step in range(1, 6):   # to (0.2, 0.1): previews on the way
+        actions.move_to_element_with_offset(canvas, x + step * 0.02 * layout["plot"], y)
+    actions.release().perform()
+    moved = browser.wait_full_result(driver)
+    assert moved != first and moved.startswith("g,")
+    assert abs(float(moved.split(",")[1]) - (0.2 ** 2 + 0.1 ** 2) ** 0.5) < 0.005
+    assert driver.execute_script("return window.studio.filters.length;") == 1
+    assert driver.execute_script("return window.studio.shown.preview;") > previews
+
+
 def test_bad_value_shows_the_librarys_message(driver, studio):
     driver.get(studio.url + "/")
     browser.wait_full_result(driver)

@@ -306,3 +306,23 @@ def test_bad_start_is_one_line_and_a_status(workdir, striped):
 def test_a_port_in_use_is_reported(studio, workdir):
     run = support.run_tool("studio", "striped.pgm", "--port", str(studio.port), cwd=str(workdir))
     assert run.returncode == 1 and "cannot listen on 127.0.0.1:%d" % studio.port in run.stderr
+
+
+def test_a_region_is_carried_into_the_exports(workdir, striped):
+    server = support.Studio("striped.pgm", cwd=str(workdir), extra=("--region", "10,20,200,100"))
+    try:
+        info = json.loads(server.get("/api/info")[2])
+        assert (info["width"], info["height"], info["paddedWidth"], info["paddedHeight"]) == (200, 100, 256, 128)
+        assert support.read_png(server.get("/api/image.png")[2])[3] == [row[10:210] for row in striped[20:120]]
+        f = "g,0.11111,30,0.01,0.01,0,0,1"
+        commands = exported_commands(server, f, workdir)
+        assert len(commands) == 2 and all("--region 10,20,200,100" in c for c in commands)
+        for command in commands:
+            args = shlex.split(command)
+            run = support.run_tool(*args[1:], cwd=str(workdir))
+            assert run.returncode == 0, run.stderr
+            output = workdir / args[args.index("-o") + 1]
+            assert support.read_png_file(str(output))[3] == shown(server, f)[3], command
+            output.unlink()
+    finally:
+        server.stop()
