@@ -51,6 +51,7 @@ def test_info_describes_the_image_and_finds_the_stripes(studio):
     assert (info["paddedWidth"], info["paddedHeight"]) == (512, 256)
     assert info["previewFactor"] == 1
     assert info["spectrumHigh"] > info["spectrumLow"]
+    assert len(info["colormap"]) == 256 and info["colormap"][0] != info["colormap"][255]
     strongest = info["components"][0]
     assert abs(strongest["period"] - 9) < 0.1
     assert abs(strongest["angle"] - 30) < 1

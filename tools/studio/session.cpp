@@ -1,5 +1,8 @@
 #include "session.h"
 
+#include "../colormap.h"
+#include "../windowing.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -71,8 +74,19 @@ Session::Session(const std::string& path, const kxio::Region& region)
     kxcli::forward(preview_, kxcli::Padding::Mirror, previewSpectrum_);
 
     imagePng_ = kxio::encodeImage("image.png", image_, kxio::Format::Png);
+    // Shown as 'kxfreq spectrum' shows it: of the image under a Hann window,
+    // so that its edges add no cross over the peaks. The filters act on the
+    // mirrored image's spectrum; the frequencies are the same.
+    kxFrequencyBuffer windowed;
+    kxcli::forwardWindowed(image_, kxWindow::hann(), windowed);
     double low = 0, high = 0;
-    spectrumPng_ = kxio::encodeImage("spectrum.png", spectrumPicture(spectrum_, low, high), kxio::Format::Png);
+    spectrumPng_ = kxio::encodeImage("spectrum.png", spectrumPicture(windowed, low, high), kxio::Format::Png);
+    std::string colours;
+    for (int level = 0; level < 256; ++level) {
+        const kxcli::Rgb c = kxcli::colourOf(kxcli::Colormap::Magma, static_cast<unsigned char>(level));
+        colours += (level ? ", [" : "[") + std::to_string(c.r) + ", " + std::to_string(c.g) + ", " +
+                   std::to_string(c.b) + "]";
+    }
 
     infoJson_ = "{\"name\": " + kxcli::jsonString(path_) + ", \"width\": " + std::to_string(image_.width()) +
                 ", \"height\": " + std::to_string(image_.height()) + ", \"bits\": " + std::to_string(image_.bits) +
@@ -80,6 +94,7 @@ Session::Session(const std::string& path, const kxio::Region& region)
                 ", \"paddedHeight\": " + std::to_string(paddedHeight()) +
                 ", \"previewFactor\": " + std::to_string(previewFactor_) +
                 ", \"spectrumLow\": " + kxcli::jsonNumber(low) + ", \"spectrumHigh\": " + kxcli::jsonNumber(high) +
+                ", \"colormap\": [" + colours + "]" +
                 ", \"components\": " + kxcli::componentsJson(componentsOf(image_)) + "}";
 }
 
