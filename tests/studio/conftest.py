@@ -47,5 +47,5 @@ def striped(workdir):
 def studio(workdir, striped):
     server = support.Studio("striped.pgm", cwd=str(workdir))
     yield server
-    if server.process.poll() is None:
-        server.stop()
+    status, _, err = server.stop()
+    assert status == 0 and err == "", err   # a clean stop: no sanitizer or other report

@@ -87,15 +87,17 @@ private:
     httplib::Server::Handler guarded(std::set<std::string> parameters, F body)
     {
         return [parameters, body](const httplib::Request& req, httplib::Response& res) {
+            const auto refuse = [&res](const char* reason) {
+                res.status = 400;
+                res.set_content(reason, "text/plain; charset=utf-8");
+            };
             try {
                 requireParameters(req, parameters);
                 body(req, res);
             } catch (const BadRequest& e) {
-                res.status = 400;
-                res.set_content(e.what(), "text/plain; charset=utf-8");
-            } catch (const kxException& e) {
-                res.status = 400;
-                res.set_content(e.what(), "text/plain; charset=utf-8");
+                refuse(e.what());
+            } catch (const kxException& e) {   // the library's message about a value
+                refuse(e.what());
             }
         };
     }
@@ -128,9 +130,7 @@ private:
         server_.Get("/api/result.bmp",
                     guarded({"filters", "preview"}, [this](const httplib::Request& req, httplib::Response& res) {
                         const auto begun = std::chrono::steady_clock::now();
-                        const kxstudio::FilterSet filters = filtersOf(req);
-                        const bool preview = previewOf(req);
-                        const kxio::GreyImage result = preview ? session_.render(filters, true) : session_.render(filters, false);
+                        const kxio::GreyImage result = session_.render(filtersOf(req), previewOf(req));
                         sendImage(res, bytes(kxstudio::displayBitmap(result)), "image/bmp", begun);
                     }));
         for (const auto& [extension, format] :
