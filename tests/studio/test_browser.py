@@ -119,3 +119,30 @@ def test_bad_value_shows_the_librarys_message(driver, studio):
     field.send_keys("0.2\n")
     browser.wait_full_result(driver)
     assert driver.find_element("id", "message").text == "1 filter"
+
+
+def test_open_image_shows_a_bad_file_on_the_page(driver, workdir, striped):
+    from selenium.webdriver.support.ui import WebDriverWait
+    from conftest import write_pgm
+    server = support.Studio("striped.pgm", cwd=str(workdir))
+    try:
+        driver.get(server.url + "/")
+        browser.wait_full_result(driver)
+        click_at_frequency(driver, 0.1, 0.05)
+        kept = browser.wait_full_result(driver)
+        (workdir / "broken.png").write_bytes(b"\x89PNG\r\n\x1a\n not really")
+        chooser = driver.find_element("id", "open")
+        chooser.send_keys(str(workdir / "broken.png"))
+        WebDriverWait(driver, 20).until(lambda d: "cannot open broken.png: " in d.find_element("id", "message").text)
+        assert "striped.pgm" in driver.find_element("id", "name").text
+
+        rows = [[(x * 3 + y * 7) % 256 for x in range(120)] for y in range(90)]
+        write_pgm(str(workdir / "small.pgm"), rows)
+        chooser.send_keys(str(workdir / "small.pgm"))
+        WebDriverWait(driver, 20).until(lambda d: d.find_element("id", "name").text.startswith("small.pgm (120 x 90"))
+        # The filters stay and the result is the new image's.
+        assert browser.wait_full_result(driver) == kept
+        result = support.read_bmp(browser.page_result_bmp(driver))
+        assert result[:2] == (120, 90)
+    finally:
+        server.stop()

@@ -104,12 +104,16 @@ def test_preview_of_a_small_image_is_the_full_result(studio):
 def exported_commands(studio, filters, workdir):
     """The tool's commands of the command export, the filter file saved."""
     query = "?filters=" + urllib.parse.quote(filters)
-    status, _, archive = studio.get("/api/export/filter.kxf" + query)
-    assert status == 200
-    (workdir / "striped-filter.kxf").write_bytes(archive)
     status, _, text = studio.get("/api/export/command" + query)
     assert status == 200
-    return [line for line in text.decode().splitlines() if line.startswith("kxfreq filter ")]
+    commands = [line for line in text.decode().splitlines() if line.startswith("kxfreq filter ")]
+    args = shlex.split(commands[0])
+    status, headers, archive = studio.get("/api/export/filter.kxf" + query)
+    assert status == 200
+    name = args[args.index("--load") + 1]
+    assert 'filename="%s"' % name in headers["Content-Disposition"]
+    (workdir / name).write_bytes(archive)
+    return commands
 
 
 @pytest.mark.parametrize("filters", [
@@ -217,9 +221,9 @@ def test_oversized_requests_are_refused(studio):
     long_filters = ";".join(["g,0.1,30,0.01,0.01,0,0,1"] * 400)
     status, _, _ = studio.get("/api/result.bmp?filters=" + long_filters)
     assert status == 414
-    status, body = raw_request(studio, "POST", "/", body=b"x" * (1024 * 1024),
+    status, body = raw_request(studio, "POST", "/api/image?name=big.pgm", body=b"x" * (17 << 20),
                                headers={"Content-Type": "application/octet-stream"})
-    assert status == 413 and "too large" in body
+    assert status == 413 and "too large (at most 16 MiB)" in body
     status, _ = raw_request(studio, "GET", "/", headers={"X-Long": "y" * 20000})
     assert status in (400, 431)
 
@@ -327,3 +331,40 @@ def test_a_region_is_carried_into_the_exports(workdir, striped):
             output.unlink()
     finally:
         server.stop()
+
+
+def test_opening_another_image_from_the_page(workdir, striped):
+    from conftest import write_pgm
+    server = support.Studio("striped.pgm", cwd=str(workdir))
+    try:
+        before = server.get("/api/info")[2]
+        refusals = [
+            ("/api/image?name=notes.txt", b"not an image at all", "notes.txt"),
+            ("/api/image?name=empty.png", b"", "empty.png"),
+            ("/api/image?name=huge.pgm", b"P5\n4000 10\n255\n" + bytes(40000), "--region"),
+            ("/api/image?name=../up.pgm", b"P5\n1 1\n255\n\0", "name must be a file name without a folder"),
+            ("/api/image?name=a.pgm&x=1", b"P5\n1 1\n255\n\0", "unknown parameter 'x'"),
+        ]
+        for path, body, reason in refusals:
+            status, text = raw_request(server, "POST", path, body=body)
+            assert status == 400 and reason in text, (path, text)
+        assert server.get("/api/info")[2] == before   # the image before stays
+
+        rows = [[(x * 5 + y * 9) % 256 for x in range(64)] for y in range(48)]
+        write_pgm(str(workdir / "other.pgm"), rows)
+        status, text = raw_request(server, "POST", "/api/image?name=other.pgm",
+                                   body=(workdir / "other.pgm").read_bytes())
+        assert status == 200
+        info = json.loads(text)
+        assert (info["name"], info["width"], info["height"]) == ("other.pgm", 64, 48)
+        assert json.loads(server.get("/api/info")[2]) == info
+        assert support.read_png(server.get("/api/image.png?v=2")[2])[3] == rows
+        commands = exported_commands(server, "b,0.2,0.01,0,1", workdir)
+        assert commands[0].startswith("kxfreq filter other.pgm -o other-filtered.png --load other-filter.kxf")
+        for command in commands:
+            args = shlex.split(command)
+            run = support.run_tool(*args[1:], cwd=str(workdir))
+            assert run.returncode == 0, run.stderr
+            assert support.read_png_file(str(workdir / "other-filtered.png"))[3] == shown(server, "b,0.2,0.01,0,1")[3]
+    finally:
+        assert server.stop()[0] == 0

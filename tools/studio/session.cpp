@@ -65,8 +65,8 @@ std::vector<kxPeriodicComponent> componentsOf(const kxio::GreyImage& image)
 
 }  // namespace
 
-Session::Session(const std::string& path, const kxio::Region& region)
-    : path_(path), region_(region), image_(kxcli::readInput(path, region))
+Session::Session(const std::string& path, const kxio::Region& region, kxio::GreyImage image)
+    : path_(path), region_(region), image_(std::move(image))
 {
     kxcli::forward(image_, kxcli::Padding::Mirror, spectrum_);
     previewFactor_ = (std::max(image_.width(), image_.height()) + kPreviewSide - 1) / kPreviewSide;

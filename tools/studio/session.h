@@ -20,9 +20,9 @@ constexpr long kPreviewSide = 512;
 
 class Session {
 public:
-    // Reads the image (or its region) and prepares everything; image and
-    // library errors are thrown as they come.
-    Session(const std::string& path, const kxio::Region& region);
+    // Prepares everything for `image`, read from `path` (the name exports
+    // use) or from the `region` of it; library errors are thrown as they come.
+    Session(const std::string& path, const kxio::Region& region, kxio::GreyImage image);
 
     const std::string& path() const { return path_; }
     const kxio::Region& region() const { return region_; }

@@ -9,10 +9,14 @@
 
 #include <httplib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <malloc.h>
+#include <functional>
 #include <iostream>
+#include <memory>
+#include <mutex>
 #include <pthread.h>
 #include <set>
 #include <thread>
@@ -29,7 +33,8 @@ const CommandTable kStudioCommand{
     "reject at that frequency and angle, or a ring), drag to move it, and set\n"
     "its width with the sliders; the page exports the filter as a 'kxfreq\n"
     "filter' command, as Python code, as a filter file for --load and the result\n"
-    "as PNG or TIFF. Ctrl-C stops the server.",
+    "as PNG or TIFF. 'Open image...' on the page works on another image.\n"
+    "Ctrl-C stops the server.",
     {
         {"--port", nullptr, "N", "the port (default 8765; 0 picks a free one)"},
         kRegionOption,
@@ -41,6 +46,9 @@ namespace {
 using kxstudio::BadRequest;
 
 constexpr const char* kHost = "127.0.0.1";
+// The largest request body: an image file opened from the page (a 2048 x
+// 2048 16-bit image, uncompressed, is 8 MiB).
+constexpr std::size_t kMaxUpload = 16u << 20;
 
 // The query parameters each route takes; anything else is refused.
 void requireParameters(const httplib::Request& req, const std::set<std::string>& allowed)
@@ -74,27 +82,50 @@ void attachment(httplib::Response& res, const std::string& name)
     res.set_header("Content-Disposition", "attachment; filename=\"" + name + "\"");
 }
 
+// The name an opened image is known by in the exports: a file name, no path.
+std::string uploadName(const httplib::Request& req)
+{
+    const std::string name = req.has_param("name") ? req.get_param_value("name") : "upload.png";
+    const bool plain = !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
+                       std::all_of(name.begin(), name.end(), [](unsigned char c) { return c >= 0x20 && c != '/' && c != 0x7f; });
+    if (!plain)
+        throw BadRequest("name must be a file name without a folder, not '" + name + "'");
+    return name;
+}
+
 class StudioServer {
 public:
-    StudioServer(const kxstudio::Session& session, httplib::Server& server) : session_(session), server_(server)
+    StudioServer(std::shared_ptr<const kxstudio::Session> session, httplib::Server& server)
+        : session_(std::move(session)), server_(server)
     {
         routes();
     }
 
 private:
-    // Runs a handler, turning a bad request into HTTP 400 with its reason.
-    template <typename F>
-    httplib::Server::Handler guarded(std::set<std::string> parameters, F body)
+    using Body = std::function<void(const kxstudio::Session&, const httplib::Request&, httplib::Response&)>;
+
+    // The image being worked on; a request keeps the one it started with.
+    std::shared_ptr<const kxstudio::Session> current() const
     {
-        return [parameters, body](const httplib::Request& req, httplib::Response& res) {
+        const std::lock_guard<std::mutex> lock(sessionMutex_);
+        return session_;
+    }
+
+    // Runs a handler on the current image, turning a bad request into HTTP
+    // 400 with its reason.
+    httplib::Server::Handler guarded(std::set<std::string> parameters, Body body)
+    {
+        return [this, parameters, body](const httplib::Request& req, httplib::Response& res) {
             const auto refuse = [&res](const char* reason) {
                 res.status = 400;
                 res.set_content(reason, "text/plain; charset=utf-8");
             };
             try {
                 requireParameters(req, parameters);
-                body(req, res);
+                body(*current(), req, res);
             } catch (const BadRequest& e) {
+                refuse(e.what());
+            } catch (const kxio::ImageError& e) {   // an opened image that cannot be read
                 refuse(e.what());
             } catch (const kxException& e) {   // the library's message about a value
                 refuse(e.what());
@@ -112,25 +143,46 @@ private:
         res.set_header("X-Render-Milliseconds", std::to_string(static_cast<long>(ms)));
     }
 
+    // Another image to work on, its file's bytes in the body; the one before
+    // stays when it cannot be read.
+    void open(const httplib::Request& req, httplib::Response& res)
+    {
+        const std::string name = uploadName(req);
+        kxio::ReadLimits limits;
+        limits.hint = "; start the studio with --region X,Y,W,H to work on a part of it";
+        kxio::GreyImage image = kxio::readImageFromMemory(reinterpret_cast<const unsigned char*>(req.body.data()),
+                                                          req.body.size(), name, kxio::Region{}, limits);
+        auto session = std::make_shared<const kxstudio::Session>(name, kxio::Region{}, std::move(image));
+        res.set_content(session->infoJson(), "application/json");
+        const std::lock_guard<std::mutex> lock(sessionMutex_);
+        session_ = std::move(session);
+    }
+
     void routes()
     {
-        const kxstudio::Session& s = session_;
-        server_.Get("/", guarded({}, [](const httplib::Request&, httplib::Response& res) {
+        using kxstudio::Session;
+        using Request = httplib::Request;
+        using Response = httplib::Response;
+        server_.Get("/", guarded({}, [](const Session&, const Request&, Response& res) {
                         res.set_content(kxstudio::kPageHtml, "text/html; charset=utf-8");
                     }));
-        server_.Get("/api/info", guarded({}, [&s](const httplib::Request&, httplib::Response& res) {
+        server_.Get("/api/info", guarded({}, [](const Session& s, const Request&, Response& res) {
                         res.set_content(s.infoJson(), "application/json");
                     }));
-        server_.Get("/api/image.png", guarded({}, [&s](const httplib::Request&, httplib::Response& res) {
+        server_.Post("/api/image", guarded({"name"}, [this](const Session&, const Request& req, Response& res) {
+                         open(req, res);
+                     }));
+        // v: any value, so that the page can ask anew after opening an image.
+        server_.Get("/api/image.png", guarded({"v"}, [](const Session& s, const Request&, Response& res) {
                         res.set_content(bytes(s.imagePng()), "image/png");
                     }));
-        server_.Get("/api/spectrum.png", guarded({}, [&s](const httplib::Request&, httplib::Response& res) {
+        server_.Get("/api/spectrum.png", guarded({"v"}, [](const Session& s, const Request&, Response& res) {
                         res.set_content(bytes(s.spectrumPng()), "image/png");
                     }));
         server_.Get("/api/result.bmp",
-                    guarded({"filters", "preview"}, [this](const httplib::Request& req, httplib::Response& res) {
+                    guarded({"filters", "preview"}, [](const Session& s, const Request& req, Response& res) {
                         const auto begun = std::chrono::steady_clock::now();
-                        const kxio::GreyImage result = session_.render(filtersOf(req), previewOf(req));
+                        const kxio::GreyImage result = s.render(filtersOf(req), previewOf(req));
                         sendImage(res, bytes(kxstudio::displayBitmap(result)), "image/bmp", begun);
                     }));
         for (const auto& [extension, format] :
@@ -138,30 +190,29 @@ private:
             const kxio::Format f = format;
             const std::string ext = extension;
             server_.Get("/api/export/result" + ext,
-                        guarded({"filters"}, [this, f, ext](const httplib::Request& req, httplib::Response& res) {
+                        guarded({"filters"}, [f, ext](const Session& s, const Request& req, Response& res) {
                             const auto begun = std::chrono::steady_clock::now();
-                            const kxio::GreyImage result = session_.render(filtersOf(req), false);
+                            const kxio::GreyImage result = s.render(filtersOf(req), false);
                             sendImage(res, bytes(kxio::encodeImage("result" + ext, result, f)),
                                       f == kxio::Format::Tiff ? "image/tiff" : "image/png", begun);
-                            attachment(res, kxstudio::resultName(session_, ext));
+                            attachment(res, kxstudio::resultName(s, ext));
                         }));
         }
         server_.Get("/api/export/filter.kxf",
-                    guarded({"filters"}, [&s](const httplib::Request& req, httplib::Response& res) {
+                    guarded({"filters"}, [](const Session& s, const Request& req, Response& res) {
                         res.set_content(bytes(kxstudio::filterArchive(s, filtersOf(req))), "application/octet-stream");
                         attachment(res, kxstudio::archiveName(s));
                     }));
-        server_.Get("/api/export/command",
-                    guarded({"filters"}, [&s](const httplib::Request& req, httplib::Response& res) {
+        server_.Get("/api/export/command", guarded({"filters"}, [](const Session& s, const Request& req, Response& res) {
                         res.set_content(kxstudio::commandExport(s, filtersOf(req)), "text/plain; charset=utf-8");
                     }));
-        server_.Get("/api/export/python",
-                    guarded({"filters"}, [&s](const httplib::Request& req, httplib::Response& res) {
+        server_.Get("/api/export/python", guarded({"filters"}, [](const Session& s, const Request& req, Response& res) {
                         res.set_content(kxstudio::pythonExport(s, filtersOf(req)), "text/plain; charset=utf-8");
                     }));
     }
 
-    const kxstudio::Session& session_;
+    std::shared_ptr<const kxstudio::Session> session_;
+    mutable std::mutex sessionMutex_;
     httplib::Server& server_;
 };
 
@@ -182,7 +233,7 @@ void configure(httplib::Server& server, int& port)
         const int yes = 1;
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
-    server.set_payload_max_length(64 * 1024);   // the page sends no bodies
+    server.set_payload_max_length(kMaxUpload);   // an opened image is the only body
     server.set_read_timeout(10);
     server.set_write_timeout(30);
     server.set_keep_alive_timeout(5);
@@ -206,7 +257,7 @@ void configure(httplib::Server& server, int& port)
         if (res.status == 404)
             reason = "no such page: " + req.method + " " + req.path;
         else if (res.status == 413)
-            reason = "request too large (at most 64 KiB)";
+            reason = "request too large (at most " + std::to_string(kMaxUpload >> 20) + " MiB)";
         else if (res.status == 414)
             reason = "address too long";
         res.set_content(reason, "text/plain; charset=utf-8");
@@ -236,7 +287,8 @@ int runStudio(const std::vector<std::string>& args)
     // freed buffers are reused.
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
-    const kxstudio::Session session(in, regionOption(options));
+    const kxio::Region region = regionOption(options);
+    auto session = std::make_shared<const kxstudio::Session>(in, region, readInput(in, region));
 
     // Ctrl-C and SIGTERM are taken by one thread that stops the server; the
     // server's threads, started below, inherit the blocked mask.
@@ -248,7 +300,7 @@ int runStudio(const std::vector<std::string>& args)
 
     httplib::Server server;
     configure(server, port);
-    StudioServer studio(session, server);
+    StudioServer studio(std::move(session), server);
     const bool bound = port == 0 ? (port = server.bind_to_any_port(kHost)) > 0 : server.bind_to_port(kHost, port);
     if (!bound) {
         pthread_sigmask(SIG_SETMASK, &previous, nullptr);
