@@ -348,6 +348,9 @@ def test_opening_another_image_from_the_page(workdir, striped):
         for path, body, reason in refusals:
             status, text = raw_request(server, "POST", path, body=body)
             assert status == 400 and reason in text, (path, text)
+        status, text = raw_request(server, "POST", "/api/image?name=form.pgm", body=b"P5\n1 1\n255\n\0",
+                                   headers={"Content-Type": "application/x-www-form-urlencoded"})
+        assert status == 415 and "not as a form" in text
         assert server.get("/api/info")[2] == before   # the image before stays
 
         rows = [[(x * 5 + y * 9) % 256 for x in range(64)] for y in range(48)]

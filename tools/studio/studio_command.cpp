@@ -243,12 +243,21 @@ void configure(httplib::Server& server, int& port)
                                  "default-src 'none'; img-src 'self' blob:; connect-src 'self' blob:; "
                                  "style-src 'unsafe-inline'; script-src 'unsafe-inline'"}});
     server.set_pre_routing_handler([&port](const httplib::Request& req, httplib::Response& res) {
-        if (hostAllowed(req.get_header_value("Host"), port))
-            return httplib::Server::HandlerResponse::Unhandled;
-        res.status = 403;
-        res.set_content("this server answers only requests for " + std::string(kHost) + ":" + std::to_string(port),
-                        "text/plain; charset=utf-8");
-        return httplib::Server::HandlerResponse::Handled;
+        if (!hostAllowed(req.get_header_value("Host"), port)) {
+            res.status = 403;
+            res.set_content("this server answers only requests for " + std::string(kHost) + ":" +
+                                std::to_string(port),
+                            "text/plain; charset=utf-8");
+            return httplib::Server::HandlerResponse::Handled;
+        }
+        // A form's body would be read as parameters, not as the file.
+        if (req.get_header_value("Content-Type").rfind("application/x-www-form-urlencoded", 0) == 0) {
+            res.status = 415;
+            res.set_content("send an image file as its bytes (application/octet-stream), not as a form",
+                            "text/plain; charset=utf-8");
+            return httplib::Server::HandlerResponse::Handled;
+        }
+        return httplib::Server::HandlerResponse::Unhandled;
     });
     server.set_error_handler([](const httplib::Request& req, httplib::Response& res) {
         if (!res.body.empty())
