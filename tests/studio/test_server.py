@@ -343,6 +343,8 @@ def test_opening_another_image_from_the_page(workdir, striped):
             ("/api/image?name=empty.png", b"", "empty.png"),
             ("/api/image?name=huge.pgm", b"P5\n4000 10\n255\n" + bytes(40000), "--region"),
             ("/api/image?name=../up.pgm", b"P5\n1 1\n255\n\0", "name must be a file name without a folder"),
+            ("/api/image?name=%22q%22.pgm", b"P5\n1 1\n255\n\0", "without a folder, quotes"),
+            ("/api/image?name=a%0A.pgm", b"P5\n1 1\n255\n\0", "or control characters"),
             ("/api/image?name=a.pgm&x=1", b"P5\n1 1\n255\n\0", "unknown parameter 'x'"),
         ]
         for path, body, reason in refusals:

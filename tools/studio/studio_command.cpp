@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <malloc.h>
 #include <functional>
 #include <iostream>
@@ -82,14 +83,15 @@ void attachment(httplib::Response& res, const std::string& name)
     res.set_header("Content-Disposition", "attachment; filename=\"" + name + "\"");
 }
 
-// The name an opened image is known by in the exports: a file name, no path.
+// The name an opened image is known by in the exports and their file names:
+// a file name without a folder, quotes or control characters.
 std::string uploadName(const httplib::Request& req)
 {
     const std::string name = req.has_param("name") ? req.get_param_value("name") : "upload.png";
-    const bool plain = !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
-                       std::all_of(name.begin(), name.end(), [](unsigned char c) { return c >= 0x20 && c != '/' && c != 0x7f; });
-    if (!plain)
-        throw BadRequest("name must be a file name without a folder, not '" + name + "'");
+    const auto plainCharacter = [](unsigned char c) { return c >= 0x20 && c != 0x7f && !std::strchr("/\\\"", c); };
+    if (name.empty() || name.size() > 255 || name == "." || name == ".." ||
+        !std::all_of(name.begin(), name.end(), plainCharacter))
+        throw BadRequest("name must be a file name without a folder, quotes or control characters");
     return name;
 }
 
