@@ -312,3 +312,17 @@ TEST(BandFilters, RejectRemovesATextureAndKeepsTheDefect)
     EXPECT_LT(before, 1.5);
     EXPECT_GT(after, 20.0);
 }
+
+// On a grid one row high the only row holds vertical frequency 0, so the
+// ring at horizontal frequency 2 of 8 keeps the elements at u = 2 and u = -2
+// with gain 1 and clears every other.
+TEST(BandFilters, SingleRowIsTheZeroVerticalFrequency)
+{
+    const BandPass pass(0.01, 0.0, 0.25, {8, 1}, 0);
+    kxFrequencyBuffer b = kxtest::onesBuffer(8, 1);
+    pass.apply(b);
+    for (long x = 0; x < 8; ++x) {
+        const double expected = (x == 2 || x == 6) ? 1.0 : 0.0;
+        EXPECT_EQ(b.get(x, 0, false), kxPair<double>(expected, expected)) << x;
+    }
+}
