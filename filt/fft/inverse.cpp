@@ -10,9 +10,9 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
-#include "fft/engine/huge_pages.h"
 #include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
+#include "fft/stores.h"
 
 #include <kx/fft.h>
 
@@ -90,8 +90,7 @@ public:
             runInverseEngine(*inPlace_);
             view_ = viewOf(buffer, Access::data(buffer));
         } else {
-            work_ = std::make_unique<kf_WorkArea>(2 * static_cast<std::size_t>(Access::paddedWidth(buffer)) *
-                                                  static_cast<std::size_t>(Access::paddedHeight(buffer)));
+            work_ = std::make_unique<kf_WorkArea>(Access::paddedWidth(buffer), Access::paddedHeight(buffer));
             runInverseEngine(buffer, work_->data());
             view_ = viewOf(buffer, work_->data());
         }
