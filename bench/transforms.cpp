@@ -4,6 +4,7 @@
 #include "sizes.h"
 
 #include <kx/fft.h>
+#include <kx/fft_threads.h>
 #include <kx/freqfilt.h>
 
 #include <benchmark/benchmark.h>
@@ -71,6 +72,30 @@ void inverseTo(benchmark::State& state)
     }
 }
 
+// One transform on two threads, into a reused buffer.
+void forwardRealTwoThreads(benchmark::State& state)
+{
+    const auto image = benchImage<unsigned char>(state.range(0), state.range(1));
+    kxFrequencyBuffer spectrum;
+    for (auto _ : state) {
+        kfForwardFFT<unsigned char>(image, spectrum, kxTransformThreads(2));
+        benchmark::DoNotOptimize(spectrum);
+    }
+}
+
+void inverseTo8BitTwoThreads(benchmark::State& state)
+{
+    const auto image = benchImage<unsigned char>(state.range(0), state.range(1));
+    kxFrequencyBuffer spectrum;
+    kfForwardFFT<unsigned char>(image, spectrum);
+    const kxFrequencyBuffer& frozen = spectrum;
+    kxPelBuffer<unsigned char> result(state.range(0), state.range(1));
+    for (auto _ : state) {
+        kfInverseFFT<unsigned char>(frozen, result, false, kxTransformThreads(2));
+        benchmark::DoNotOptimize(result.pointToOffset());
+    }
+}
+
 // A filtering pipeline as users write it: a new spectrum per image, the
 // forward transform, a band-reject filter, the inverse in place, 8-bit out.
 void pipeline(benchmark::State& state)
@@ -97,6 +122,8 @@ BENCHMARK(forwardReal<unsigned short>)->Name("forward_real16/kxfreq")->Apply(kxB
 BENCHMARK(forwardRealNew<unsigned short>)->Name("forward_real16_new/kxfreq")->Apply(kxBenchSizes);
 BENCHMARK(forwardComplex)->Name("forward_complex/kxfreq")->Apply(kxBenchSizes);
 BENCHMARK(inverseTo<unsigned char>)->Name("inverse_to_8bit/kxfreq")->Apply(kxBenchSizes);
+BENCHMARK(forwardRealTwoThreads)->Name("forward_real_2threads/kxfreq")->Apply(kxBenchSizes);
+BENCHMARK(inverseTo8BitTwoThreads)->Name("inverse_to_8bit_2threads/kxfreq")->Apply(kxBenchSizes);
 BENCHMARK(inverseTo<double>)->Name("inverse_to_double/kxfreq")->Apply(kxBenchSizes);
 
 BENCHMARK_MAIN();

@@ -7,6 +7,7 @@
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
+#include <kx/fft_threads.h>
 
 namespace {
 
@@ -40,7 +41,7 @@ void prepareResult(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
 // row's remaining floats up to W written as zeros (one more for W = 1, the
 // imaginary part of the only element), then the real-input engine.
 template <typename T>
-void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
+void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, int threads)
 {
     if (!image.isBound())
         throw kxFrequencyDefs::UnboundWindow();
@@ -65,14 +66,15 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
         for (long x = 0; x < W + zerosAfterRow; ++x)
             row[x] = 0.0f;
 
-    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 
 // Two images: interleaved (real, imaginary), the padding zeroed after, then
 // the complex engine.
 template <typename T>
-void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result)
+void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result,
+                int threads)
 {
     if (!real.isBound() || !imag.isBound())
         throw kxFrequencyDefs::UnboundWindow();
@@ -95,7 +97,7 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
         }
     kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
 
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H), threads);
     written.done();
 }
 
@@ -103,35 +105,70 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& real, const kxPelBuffer_const<unsigned char>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& real, const kxPelBuffer_const<unsigned short>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result,
+                   kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result,
+                   kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& real, const kxPelBuffer_const<unsigned char>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& real, const kxPelBuffer_const<unsigned short>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
 }
 
 void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
@@ -143,6 +180,6 @@ void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
     Access::masked(result, 0);
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H));
     written.done();
 }

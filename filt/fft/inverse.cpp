@@ -15,11 +15,13 @@
 #include "fft/stores.h"
 
 #include <kx/fft.h>
+#include <kx/fft_threads.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace {
 
@@ -29,28 +31,29 @@ using kxfreq_detail::kf_RequireInitialized;
 
 // The band of rows the engine's inverse transforms: the masked band when the
 // buffer has one (rows outside it are zero), otherwise every row.
-kxPair<long> inverseBand(const kxFrequencyBuffer& buffer)
+kf_RowBand inverseBand(const kxFrequencyBuffer& buffer)
 {
     if (Access::masked(buffer) != 0)
-        return kxPair<long>(Access::maskedMiny(buffer), Access::maskedMaxy(buffer));
-    return kxPair<long>(0, Access::paddedHeight(buffer));
+        return kf_RowBand{static_cast<int>(Access::maskedMiny(buffer)), static_cast<int>(Access::maskedMaxy(buffer))};
+    return kf_AllRows(Access::paddedHeight(buffer));
+}
+
+kxPair<long> gridOf(const kxFrequencyBuffer& buffer)
+{
+    return kxPair<long>(Access::paddedWidth(buffer), Access::paddedHeight(buffer));
 }
 
 // The engine's inverse of the buffer's store, in place.
-void runInverseEngine(kxFrequencyBuffer& work)
+void runInverseEngine(kxFrequencyBuffer& work, int threads)
 {
-    const kxPair<long> band = inverseBand(work);
-    kf_ComplexFFT2D(Access::data(work), kxPair<long>(Access::paddedWidth(work), Access::paddedHeight(work)), -1,
-                    static_cast<int>(band.x()), static_cast<int>(band.y()));
+    kf_ComplexFFT2D(Access::data(work), gridOf(work), kf_Direction::Inverse, inverseBand(work), threads);
 }
 
 // The engine's inverse of the buffer's store into `out`, the buffer only read.
-void runInverseEngine(const kxFrequencyBuffer& source, float* out)
+void runInverseEngine(const kxFrequencyBuffer& source, float* out, int threads)
 {
-    const kxPair<long> band = inverseBand(source);
-    kf_ComplexFFT2DFrom(Access::data(source), out,
-                        kxPair<long>(Access::paddedWidth(source), Access::paddedHeight(source)), -1,
-                        static_cast<int>(band.x()), static_cast<int>(band.y()));
+    kf_ComplexFFT2DFrom(Access::data(source), out, gridOf(source), kf_Direction::Inverse, inverseBand(source),
+                        threads);
 }
 
 // What the workers read: the unscaled spatial data, element (x, y) at
@@ -81,17 +84,17 @@ SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
 // left not initialized.
 class SpatialData {
 public:
-    SpatialData(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace)
+    SpatialData(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, int threads)
         : inPlace_(Access::inverseComputed(buffer) ? nullptr : inPlace), written_(inPlace_)
     {
         if (Access::inverseComputed(buffer)) {
             view_ = viewOf(buffer, Access::data(buffer));
         } else if (inPlace_) {
-            runInverseEngine(*inPlace_);
+            runInverseEngine(*inPlace_, threads);
             view_ = viewOf(buffer, Access::data(buffer));
         } else {
             work_ = std::make_unique<kf_WorkArea>(Access::paddedWidth(buffer), Access::paddedHeight(buffer));
-            runInverseEngine(buffer, work_->data());
+            runInverseEngine(buffer, work_->data(), threads);
             view_ = viewOf(buffer, work_->data());
         }
     }
@@ -278,10 +281,10 @@ template <> struct Magnitude<double> {
 // const forms pass no in-place buffer and only read `buffer`.
 template <typename T, typename SecondImage>
 void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
-                   SecondImage second, bool scale, OffsetTiming timing)
+                   SecondImage second, bool scale, OffsetTiming timing, int threads = kf_CallingThreadOnly)
 {
     kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
+    SpatialData spatial(buffer, inPlace, threads);
     const SpatialView& data = spatial.view();
     ResultImage<T> result(image, data, timing);
     kxAttention::check();
@@ -340,7 +343,7 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
                          kxPelBuffer<double>& imag)
 {
     kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
+    SpatialData spatial(buffer, inPlace, kf_CallingThreadOnly);
     const SpatialView& data = spatial.view();
     ResultImage<double> re(real, data, OffsetTiming::AtStart);
     ResultImage<double> im(imag, data, OffsetTiming::AtStart);
@@ -386,6 +389,16 @@ namespace {
 kxFrequencyBuffer* inPlaceBuffer(kxFrequencyBuffer& buffer, bool inPlace) { return inPlace ? &buffer : nullptr; }
 
 using Quadrant = QuadrantImage<quadrantOf>;
+
+// The magnitude forms with an optional angle image: the 8-bit one alone
+// takes the stored offset at the end.
+template <typename T>
+void angleWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
+                 kxPelBuffer<double>* angle, bool scale, int threads)
+{
+    const OffsetTiming timing = std::is_same<T, unsigned char>::value ? OffsetTiming::AtEnd : OffsetTiming::AtStart;
+    inverseWorker(buffer, inPlace, image, AngleImage{angle}, scale, timing, threads);
+}
 using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
 
 }  // namespace
@@ -393,19 +406,19 @@ using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle, bool scale,
                    bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
@@ -432,19 +445,19 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelB
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
@@ -488,7 +501,7 @@ void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace)
     kf_ResetUnlessDone writtenSource(alreadyComputed ? nullptr : &src);
     kf_ResetUnlessDone writtenDestination(&src == &dst ? nullptr : &dst);
     if (!alreadyComputed)
-        runInverseEngine(src);
+        runInverseEngine(src, kf_CallingThreadOnly);
     dst = src;
     Access::inverseComputed(dst, false);
     Access::masked(dst, 0);
@@ -504,7 +517,7 @@ void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
         // The caller's own buffer as destination: transformed where it is.
         kf_ResetUnlessDone written(&dst);
         if (!Access::inverseComputed(dst))
-            runInverseEngine(dst);
+            runInverseEngine(dst, kf_CallingThreadOnly);
         Access::inverseComputed(dst, false);
         Access::masked(dst, 0);
         written.done();
@@ -519,6 +532,44 @@ void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
         std::memcpy(Access::data(dst), Access::data(src),
                     sizeof(float) * 2 * Access::paddedWidth(src) * Access::paddedHeight(src));
     else
-        runInverseEngine(src, Access::data(dst));
+        runInverseEngine(src, Access::data(dst), kf_CallingThreadOnly);
     written.done();
+}
+
+// The forms on several threads: the engine's passes are shared, the
+// conversion to pixels runs on the calling thread.
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
 }
