@@ -4,10 +4,13 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
+#include "fft/engine/shared_work.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
 #include <kx/fft_threads.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -52,19 +55,26 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, in
     const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
     const long zerosAfterRow = W == 1 ? 1 : 0;
 
-    float* row = Access::data(result);
-    const T* pixels = read.pointToOffset();
-    long y = 0;
-    for (; y < read.height(); ++y, row += 2 * W, pixels += read.rowUpdate()) {
-        long x = 0;
-        for (; x < read.width(); ++x)
-            row[x] = static_cast<float>(pixels[x]);
-        for (; x < W + zerosAfterRow; ++x)
-            row[x] = 0.0f;
-    }
-    for (; y < H; ++y, row += 2 * W)
-        for (long x = 0; x < W + zerosAfterRow; ++x)
-            row[x] = 0.0f;
+    // Rows in blocks, shared among the threads like the engine's lines.
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        threads, blocks,
+        [&](int block, int) {
+            const long y1 = std::min(H, (block + 1) * kBlockRows);
+            for (long y = block * kBlockRows; y < y1; ++y) {
+                float* row = Access::data(result) + 2 * W * y;
+                long x = 0;
+                if (y < read.height()) {
+                    const T* pixels = read.pointToOffset() + y * read.rowUpdate();
+                    for (; x < read.width(); ++x)
+                        row[x] = static_cast<float>(pixels[x]);
+                }
+                for (; x < W + zerosAfterRow; ++x)
+                    row[x] = 0.0f;
+            }
+        },
+        [](int) {});
 
     kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), threads);
     written.done();

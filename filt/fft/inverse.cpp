@@ -10,6 +10,7 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
+#include "fft/engine/shared_work.h"
 #include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
 #include "fft/stores.h"
@@ -17,6 +18,7 @@
 #include <kx/fft.h>
 #include <kx/fft_threads.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -63,6 +65,7 @@ struct SpatialView {
     long W, H, w, h;
     kxPair<long> offset;
     kx2XformCache transform;
+    int threads = kf_CallingThreadOnly;   // for conversions row by row
 };
 
 SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
@@ -97,6 +100,7 @@ public:
             runInverseEngine(buffer, work_->data(), threads);
             view_ = viewOf(buffer, work_->data());
         }
+        view_.threads = threads;
     }
 
     const SpatialView& view() const { return view_; }
@@ -188,16 +192,43 @@ private:
     kx2XformCache storedTransform_;
 };
 
-// Visits the first h rows and first w elements of the spatial data, with the
-// result pixel pointer of each row.
+// Visits rows [y0, y1) of the first h rows, first w elements each, of the
+// spatial data, with the result pixel pointer of each row.
+template <typename T, typename Visit>
+void forEachElementInRows(const SpatialView& view, const kxPelBuffer<T>& image, long y0, long y1, Visit visit)
+{
+    const float* row = view.data + 2 * y0 * view.W;
+    T* out = image.pointToOffset() + y0 * image.rowUpdate();
+    for (long y = y0; y < y1; ++y, row += 2 * view.W, out += image.rowUpdate())
+        for (long x = 0; x < view.w; ++x)
+            visit(row[2 * x], row[2 * x + 1], out[x]);
+}
+
+// Visits every element in order, on the calling thread.
 template <typename T, typename Visit>
 void forEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Visit visit)
 {
-    const float* row = view.data;
-    T* out = image.pointToOffset();
-    for (long y = 0; y < view.h; ++y, row += 2 * view.W, out += image.rowUpdate())
-        for (long x = 0; x < view.w; ++x)
-            visit(row[2 * x], row[2 * x + 1], out[x]);
+    forEachElementInRows(view, image, 0, view.h, visit);
+}
+
+// Runs rows(y0, y1) over blocks of the view's rows, on the view's threads.
+template <typename Rows>
+void inRowBlocks(const SpatialView& view, Rows rows)
+{
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((view.h + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        view.threads, blocks,
+        [&](int block, int) { rows(block * kBlockRows, std::min(view.h, (block + 1) * kBlockRows)); },
+        [](int) {});
+}
+
+// A conversion of each element on its own (`convert` keeps no state), row
+// blocks shared among the view's threads.
+template <typename T, typename Convert>
+void convertEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Convert convert)
+{
+    inRowBlocks(view, [&](long y0, long y1) { forEachElementInRows(view, image, y0, y1, convert); });
 }
 
 // The engine variant's own conversion of magnitudes to pixels, row by row,
@@ -208,8 +239,10 @@ bool fillWith(Convert convert, const SpatialView& view, const kxPelBuffer<T>& im
 {
     if (!convert)
         return false;
-    for (long y = 0; y < view.h; ++y)
-        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    inRowBlocks(view, [&](long y0, long y1) {
+        for (long y = y0; y < y1; ++y)
+            convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    });
     return true;
 }
 
@@ -238,7 +271,7 @@ struct IntegerMagnitude {
         if (!scale) {
             if (fillFast(buffer, image, s))
                 return;
-            forEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
+            convertEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
                 const float m = std::sqrt(re * re + im * im) * s;
                 pixel = store(m + 0.5);
             });
@@ -256,7 +289,7 @@ struct IntegerMagnitude {
         const float lo = std::sqrt(minimum) * s;
         const float hi = std::sqrt(maximum) * s;
         const float gain = hi == lo ? kRange : static_cast<float>(Range / static_cast<double>(hi - lo));
-        forEachElement(buffer, image, [=](float re, float im, Integer& pixel) {
+        convertEachElement(buffer, image, [=](float re, float im, Integer& pixel) {
             const float m = std::sqrt(re * re + im * im) * s;
             pixel = store((m - lo) * gain + 0.5);
         });
@@ -270,7 +303,7 @@ template <> struct Magnitude<double> {
     // Double pixels take the magnitude as it is; `scale` does not apply.
     static void fill(const SpatialView& buffer, const kxPelBuffer<double>& image, float s, bool)
     {
-        forEachElement(buffer, image, [s](float re, float im, double& pixel) {
+        convertEachElement(buffer, image, [s](float re, float im, double& pixel) {
             pixel = static_cast<double>(std::sqrt(re * re + im * im) * s);
         });
     }

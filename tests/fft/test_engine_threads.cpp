@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -159,6 +160,8 @@ TEST(EngineThreads, ThePublicOverloadsGiveTheSingleThreadedResults)
 {
     const auto re = testImage(700, 450, 3);
     const auto im = testImage(700, 450, 5);
+    // The single-threaded scalar engine's results.
+    std::unique_ptr<Forced> scalar = std::make_unique<Forced>("scalar");
     kxFrequencyBuffer one, two;
     kfForwardFFT<unsigned char>(re, one);
     kfForwardFFT<unsigned char>(re, im, two);
@@ -170,24 +173,30 @@ TEST(EngineThreads, ThePublicOverloadsGiveTheSingleThreadedResults)
     kxFrequencyBuffer inPlace = two;
     kfInverseFFT<unsigned short>(inPlace, image16, true, true);
 
-    for (int threads = 0; threads <= 4; ++threads) {
-        const kxTransformThreads t(threads);
-        kxFrequencyBuffer oneThreaded, twoThreaded;
-        kfForwardFFT<unsigned char>(re, oneThreaded, t);
-        kfForwardFFT<unsigned char>(re, im, twoThreaded, t);
-        EXPECT_TRUE(sameSpectrum(oneThreaded, one)) << threads;
-        EXPECT_TRUE(sameSpectrum(twoThreaded, two)) << threads;
+    scalar.reset();
 
-        kxPelBuffer<unsigned char> threaded8;
-        kfInverseFFT<unsigned char>(static_cast<const kxFrequencyBuffer&>(twoThreaded), threaded8, false, t);
-        EXPECT_TRUE(samePixels(threaded8, image8)) << threads;
-        kxPelBuffer<double> threadedDouble;
-        kfInverseFFT<double>(static_cast<const kxFrequencyBuffer&>(twoThreaded), threadedDouble, false, t);
-        EXPECT_TRUE(samePixels(threadedDouble, imageDouble)) << threads;
-        kxPelBuffer<unsigned short> threaded16;
-        kfInverseFFT<unsigned short>(twoThreaded, threaded16, true, true, t);
-        EXPECT_TRUE(samePixels(threaded16, image16)) << threads;
-        EXPECT_TRUE(sameSpectrum(twoThreaded, inPlace)) << threads;   // the in-place spatial result
+    for (const char* variant : usableVariants()) {
+        for (int threads = 0; threads <= 4; ++threads) {
+            Forced forced(variant);
+            const kxTransformThreads t(threads);
+            kxFrequencyBuffer oneThreaded, twoThreaded;
+            kfForwardFFT<unsigned char>(re, oneThreaded, t);
+            kfForwardFFT<unsigned char>(re, im, twoThreaded, t);
+            EXPECT_TRUE(sameSpectrum(oneThreaded, one)) << variant << " " << threads;
+            EXPECT_TRUE(sameSpectrum(twoThreaded, two)) << variant << " " << threads;
+
+            kxPelBuffer<unsigned char> threaded8;
+            kfInverseFFT<unsigned char>(static_cast<const kxFrequencyBuffer&>(twoThreaded), threaded8, false, t);
+            EXPECT_TRUE(samePixels(threaded8, image8)) << variant << " " << threads;
+            kxPelBuffer<double> threadedDouble;
+            kfInverseFFT<double>(static_cast<const kxFrequencyBuffer&>(twoThreaded), threadedDouble, false, t);
+            EXPECT_TRUE(samePixels(threadedDouble, imageDouble)) << variant << " " << threads;
+            kxPelBuffer<unsigned short> threaded16;
+            kfInverseFFT<unsigned short>(twoThreaded, threaded16, true, true, t);
+            EXPECT_TRUE(samePixels(threaded16, image16)) << variant << " " << threads;
+            // The in-place form leaves the spatial result in the buffer.
+            EXPECT_TRUE(sameSpectrum(twoThreaded, inPlace)) << variant << " " << threads;
+        }
     }
 }
 
