@@ -23,20 +23,21 @@
 namespace {
 
 // A float array whose working pointer is rounded up to `Alignment` bytes
-// (16: like the frequency buffer's own store).
+// (16: like the frequency buffer's own store). Not initialised: every pass
+// writes what it reads, and clearing it cost more than a small transform.
 template <std::size_t Alignment>
 class AlignedScratch {
 public:
-    explicit AlignedScratch(std::size_t floats) : store_(floats + Alignment / sizeof(float) - 1)
+    explicit AlignedScratch(std::size_t floats) : store_(new float[floats + Alignment / sizeof(float) - 1])
     {
-        std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.data());
+        std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.get());
         address = (address + Alignment - 1) & ~static_cast<std::uintptr_t>(Alignment - 1);
         data_ = reinterpret_cast<float*>(address);
     }
     float* data() { return data_; }
 
 private:
-    std::vector<float> store_;
+    std::unique_ptr<float[]> store_;
     float* data_;
 };
 
