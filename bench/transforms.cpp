@@ -111,7 +111,7 @@ void pipeline(benchmark::State& state)
 {
     const long w = state.range(0), h = state.range(1);
     const auto image = benchImage<unsigned char>(w, h);
-    const kxFrequencyFilterBandReject reject(0.02, 0.01, 0.2, {w, h}, 2);
+    const kxFrequencyFilterBandReject reject(0.02, 0.01, 0.2, {kfPaddedSize(w), kfPaddedSize(h)}, 2);
     kxFrequencyBuffer reusedSpectrum;
     kxPelBuffer<unsigned char> reusedResult;
     for (auto _ : state) {
