@@ -32,7 +32,7 @@ medians = {}
 for b in data["benchmarks"]:
     if b.get("aggregate_name") != "median":
         continue
-    op, lib, w, h = b["run_name"].split("/")
+    op, lib, w, h = b["run_name"].split("/")[:4]   # "/real_time" may follow
     medians[(op, f"{w} x {h}", lib)] = b["real_time"]
 # Which peer operations each kxfreq operation is compared with (a list picks
 # the fastest of several); the peers' in-place inverses copy their input
