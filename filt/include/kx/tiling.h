@@ -353,10 +353,10 @@ KX_TILED_WORKER(double)
 /// @throws as the streaming form, and kxFrequencyDefs::InvalidSize for a
 ///         result of another size.
 template <typename In, typename Out>
-kxTileReport kfFilterTiled(const kxImageView<const In>& image, const kxFilterDescription& filter,
+kxTileReport kfFilterTiled(const kxImageView<In>& image, const kxFilterDescription& filter,
                            const kxImageView<Out>& result, const kxTileOptions& options = kxTileOptions())
 {
-    return kf_FilterTiled(image, filter, result, options);
+    return kf_FilterTiled(kxImageView<const std::remove_const_t<In>>(image), filter, result, options);
 }
 
 /// The same for pel buffers: a result of the image's size and type.
@@ -400,19 +400,19 @@ KXFREQ_API kxFrequencyBuffer kf_WelchSpectrum(const kxImageView<const float>& im
 KXFREQ_API kxFrequencyBuffer kf_WelchSpectrum(const kxImageView<const double>& image,
                                               const kxWelchOptions& options);
 template <typename T>
-kxFrequencyBuffer kfWelchSpectrum(const kxImageView<const T>& image, const kxWelchOptions& options = kxWelchOptions())
+kxFrequencyBuffer kfWelchSpectrum(const kxImageView<T>& image, const kxWelchOptions& options = kxWelchOptions())
 {
-    return kf_WelchSpectrum(image, options);
+    return kf_WelchSpectrum(kxImageView<const std::remove_const_t<T>>(image), options);
 }
 
 /// The periodic components of an image of any size, found on its Welch
 /// spectrum (frequencies in cycles per pixel of the image).
 template <typename T>
 std::vector<kxPeriodicComponent> kfFindPeriodicComponentsTiled(
-    const kxImageView<const T>& image, const kxPeriodicSearchOptions& search = kxPeriodicSearchOptions(),
+    const kxImageView<T>& image, const kxPeriodicSearchOptions& search = kxPeriodicSearchOptions(),
     const kxWelchOptions& welch = kxWelchOptions())
 {
-    return kfFindPeriodicComponents(kf_WelchSpectrum(image, welch), search);
+    return kfFindPeriodicComponents(kfWelchSpectrum(image, welch), search);
 }
 
 /// Texture removal on an image of any size: components found on the Welch
@@ -420,16 +420,16 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponentsTiled(
 /// by tile into `result` (real part, rounded and clamped for integers).
 /// Returns the components removed.
 template <typename In, typename Out>
-std::vector<kxPeriodicComponent> kfRemovePeriodicTextureTiled(const kxImageView<const In>& image,
+std::vector<kxPeriodicComponent> kfRemovePeriodicTextureTiled(const kxImageView<In>& image,
                                                               const kxImageView<Out>& result,
                                                               const kxTextureRemovalOptions& removal,
                                                               const kxTileOptions& tiling = kxTileOptions(),
                                                               const kxWelchOptions& welch = kxWelchOptions())
 {
     kxPeriodicRejectDescription notches;
-    notches.components = kfFindPeriodicComponents(kf_WelchSpectrum(image, welch), removal.search);
+    notches.components = kfFindPeriodicComponents(kfWelchSpectrum(image, welch), removal.search);
     notches.widthScale = removal.widthScale;
     notches.minSigma = removal.minSigma;
-    kf_FilterTiled(image, notches, result, tiling);
+    kfFilterTiled(image, notches, result, tiling);
     return notches.components;
 }
