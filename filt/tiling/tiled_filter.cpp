@@ -146,6 +146,7 @@ public:
             const long top = bands[first].writeStart;
             std::vector<Out> rows(static_cast<std::size_t>((bands[last - 1].writeEnd - top) * width_));
             const long count = static_cast<long>((last - first) * items.size());
+            const long groupTiles = static_cast<long>((last - first) * columns.size());
             runJobs(
                 static_cast<unsigned>(buffers_.size()), count,
                 [&](unsigned job, long index) {
@@ -155,9 +156,9 @@ public:
                 },
                 [&](long ended) {
                     if (options_.progress)
-                        options_.progress(std::min(total, tilesBefore + ended * step), total);
+                        options_.progress(tilesBefore + std::min(groupTiles, ended * step), total);
                 });
-            tilesBefore += static_cast<long>((last - first) * columns.size());
+            tilesBefore += groupTiles;
             if (options_.progress)
                 options_.progress(tilesBefore, total);
             sink_.write(rows.data(), bands[last - 1].writeEnd - top);

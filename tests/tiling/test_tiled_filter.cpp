@@ -193,9 +193,15 @@ TEST(TiledFilter, SameResultForAnyNumberOfJobs)
     std::vector<kxPelBuffer<float>> results;
     for (unsigned jobs : {1u, 2u, 3u}) {
         options.jobs = jobs;
+        std::vector<long> progress;
+        options.progress = [&](long done, long total) { progress.push_back(done * 1000 + total); };
         results.push_back(nanFilled<float>(w, h));
-        kfFilterTiled<unsigned char, float>(kfImageView<unsigned char>(image), reject, kfImageView(results.back()),
-                                            options);
+        const kxTileReport report = kfFilterTiled<unsigned char, float>(
+            kfImageView<unsigned char>(image), reject, kfImageView(results.back()), options);
+        // Progress never goes back and ends with every tile.
+        ASSERT_FALSE(progress.empty());
+        EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+        EXPECT_EQ(progress.back(), report.tiles * 1001);
     }
     EXPECT_TRUE(samePixels(results[0], results[1]));
     EXPECT_TRUE(samePixels(results[0], results[2]));
