@@ -72,25 +72,31 @@ def main():
     parser.add_argument("build")
     parser.add_argument("--sizes", default="1,4,12,48,100,200")
     parser.add_argument("--heights", default="2500,10000,30000")
+    parser.add_argument("--small-tile", type=int, default=512,
+                        help="also time kxfreq with this tile side on one job")
     parser.add_argument("--scipy-limit", type=float, default=100.0,
                         help="largest image in megapixels given to scipy (memory)")
     args = parser.parse_args()
     bench = os.path.join(args.build, "bench", "kxfreq_bench_large")
 
-    print("| image | MP | kxfreq 1 job | ms/MP | peak MB | kxfreq 2 jobs | ms/MP | scipy (1 worker) | ms/MP | peak MB | kxfreq/scipy 1 job | 2 jobs |")
-    print("|---|---|---|---|---|---|---|---|---|---|---|---|")
+    small = args.small_tile
+    print(f"| image | MP | kxfreq 1 job | ms/MP | peak MB | kxfreq 2 jobs | ms/MP | tile {small}, 1 job | ms/MP | "
+          f"scipy (1 worker) | ms/MP | peak MB | kxfreq/scipy 1 job | 2 jobs | tile {small} |")
+    print("|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|")
     for mp in [float(s) for s in args.sizes.split(",")]:
         w, h = size_of(mp)
         n = w * h / 1e6
         t1, m1 = measure([bench, "--run", str(w), str(h), "1"])
         t2, _ = measure([bench, "--run", str(w), str(h), "2"])
+        t3, _ = measure([bench, "--run", str(w), str(h), "1", str(small)])
         if n <= args.scipy_limit:
             ts, ms = scipy_run(w, h)
-            scipy_cells = f"{ts:.2f} s | {ts / n * 1e3:.0f} | {ms:.0f} | {t1 / ts:.2f} | {t2 / ts:.2f}"
+            scipy_cells = (f"{ts:.2f} s | {ts / n * 1e3:.0f} | {ms:.0f} | {t1 / ts:.2f} | {t2 / ts:.2f} | "
+                           f"{t3 / ts:.2f}")
         else:
-            scipy_cells = "- | - | - | - | -"
-        print(f"| {w} x {h} | {n:.1f} | {t1:.2f} s | {t1 / n * 1e3:.0f} | {m1:.0f} | {t2:.2f} s | {t2 / n * 1e3:.0f} | {scipy_cells} |",
-              flush=True)
+            scipy_cells = "- | - | - | - | - | -"
+        print(f"| {w} x {h} | {n:.1f} | {t1:.2f} s | {t1 / n * 1e3:.0f} | {m1:.0f} | {t2:.2f} s | "
+              f"{t2 / n * 1e3:.0f} | {t3:.2f} s | {t3 / n * 1e3:.0f} | {scipy_cells} |", flush=True)
 
     print()
     print("| strip | kxfreq streamed | peak MB | scipy in memory | peak MB |")
