@@ -285,7 +285,11 @@ struct kxTileOptions {
     /// filtered image; the same plus mid-grey (128 or 32768) for integer
     /// results (floating-point results are the real part as it is); or the
     /// magnitude. Integer results are rounded and clamped to the pixel
-    /// range; floating-point ones are not rounded.
+    /// range; floating-point ones are not rounded. On tiles, a filter whose
+    /// gain is real and the same at f and -f (all but the Gabor pass filter)
+    /// filters two tiles in one transform, as its real and imaginary parts;
+    /// the imaginary part of its result is then taken as 0 (it is rounding
+    /// noise), so that its magnitude is the real part's absolute value.
     enum Output : int { eReal = 0, eSigned = 1, eMagnitude = 2 };
 
     long tile = kfMaxTileSide;   ///< tile side: a power of two, kfMinTileSide to kfMaxTileSide
