@@ -344,8 +344,7 @@ kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filte
     if (options.output != kxTileOptions::eReal && options.output != kxTileOptions::eSigned &&
         options.output != kxTileOptions::eMagnitude)
         throw kxFrequencyDefs::InvalidArgument("Unknown output.");
-    if (source.width() < 1 || source.height() < 1)
-        throw kxFrequencyDefs::InvalidSize("The image is empty.");
+    checkSourceSize(source, 1);
     switch (source.type()) {
     case eSampleU8:
         return filterFrom<unsigned char>(source, filter, sink, outputType, options);

@@ -474,3 +474,39 @@ TEST(TiledFilter, GaborAgainstContinuousLobe)
     EXPECT_GT(std::fabs(real(w / 2, h / 2)), 1.0);   // the pattern passes
     std::printf("Gabor on 256 tiles: largest error %.4f (real), %.4f (magnitude)\n", worstReal, worstMagnitude);
 }
+
+namespace {
+
+// A source that claims a size and gives nothing.
+class ClaimingSource : public kxRowSource {
+public:
+    ClaimingSource(long w, long h, kxSampleType type) : w_(w), h_(h), type_(type) {}
+    long width() const override { return w_; }
+    long height() const override { return h_; }
+    kxSampleType type() const override { return type_; }
+
+private:
+    long w_, h_;
+    kxSampleType type_;
+};
+
+}  // namespace
+
+TEST(TiledFilter, RefusesBadSourcesAndSinksBeforeAnyWork)
+{
+    CollectingSink sink;
+    ClaimingSource empty(0, 10, eSampleU8), huge(10, 1L << 40, eSampleU8);
+    expectError<kxFrequencyDefs::InvalidSize>([&] { kfFilterTiled(empty, bandReject(), sink, eSampleU16); },
+                                              "The image is empty.");
+    expectError<kxFrequencyDefs::InvalidSize>([&] { kfFilterTiled(huge, bandReject(), sink, eSampleU16); },
+                                              "The image is larger than 2^31 - 1 in a side.");
+    // A source whose read() does not give the type it says, a sink that does
+    // not take the type asked for.
+    ClaimingSource liar(100, 100, eSampleF32);
+    expectError<kxFrequencyDefs::InvalidArgument>([&] { kfFilterTiled(liar, bandReject(), sink, eSampleU16); },
+                                                  "The source does not give this sample type.");
+    const kxPelBuffer<unsigned short> image(100, 100);
+    StripSource source(image);
+    expectError<kxFrequencyDefs::InvalidArgument>([&] { kfFilterTiled(source, bandReject(), sink, eSampleF64); },
+                                                  "The sink does not take this sample type.");
+}

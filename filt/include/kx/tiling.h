@@ -329,7 +329,7 @@ KXFREQ_API long kfTileMargin(const kxFilterDescription& filter, kxSampleType out
 /// @throws kxFrequencyDefs::InvalidArgument for bad options (see
 ///         kfTileMargin), an untileable filter on an image larger than one
 ///         tile, a sample type the source or sink does not take;
-///         kxFrequencyDefs::InvalidSize for an empty image.
+///         kxFrequencyDefs::InvalidSize for an empty image or a side of 2^31 or more.
 KXFREQ_API kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
                                       kxSampleType outputType, const kxTileOptions& options = kxTileOptions());
 
