@@ -404,7 +404,10 @@ TEST(TiledFilter, CancellationStopsEveryJob)
         };
         EXPECT_THROW(kfFilterTiled<unsigned char>(image, bandReject(0.2, 0.03), options), kxAttention::Stopped);
         kxAttention::clear();
-        EXPECT_EQ(calls, 3);
+        // One job stops at its next tile; with two, the other job may end
+        // the group of bands first, which is reported once more.
+        EXPECT_GE(calls, 3);
+        EXPECT_LE(calls, jobs == 1 ? 3 : 4);
     }
 }
 
