@@ -322,24 +322,36 @@ kxTileReport filterFrom(kxRowSource& source, const kxFilterDescription& filter, 
 
 }  // namespace
 
+namespace {
+
+// A margin leaves a core of at least one pixel in the tile, or is refused
+// with the largest that fits.
+long fittingMargin(long margin, long tile)
+{
+    const long largest = tile / 2 - 1;
+    if (margin > largest)
+        throw kxFrequencyDefs::InvalidArgument(("A margin of " + std::to_string(margin) +
+                                                " pixels leaves no room in a tile of " + std::to_string(tile) +
+                                                ": at most " + std::to_string(largest) + " fits.")
+                                                   .c_str());
+    return margin;
+}
+
+}  // namespace
+
 long kfTileMargin(const kxFilterDescription& filter, kxSampleType outputType, const kxTileOptions& options)
 {
     checkTileSide(options.tile, "Tile");
-    const long margin = options.margin >= 0 ? options.margin : filter.margin(fullScaleOf(outputType));
-    const long largest = options.tile / 2 - 1;
-    if (margin > largest)
-        throw kxFrequencyDefs::InvalidArgument(("A margin of " + std::to_string(margin) +
-                                                " pixels leaves no room in a tile of " +
-                                                std::to_string(options.tile) + ": at most " +
-                                                std::to_string(largest) + " fits.")
-                                                   .c_str());
-    return margin;
+    return fittingMargin(options.margin >= 0 ? options.margin : filter.margin(fullScaleOf(outputType)),
+                         options.tile);
 }
 
 kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
                            kxSampleType outputType, const kxTileOptions& options)
 {
     checkTileSide(options.tile, "Tile");
+    if (options.margin >= 0)   // the caller's margin must fit even where one transform will do
+        fittingMargin(options.margin, options.tile);
     checkJobs(options.jobs);
     if (options.output != kxTileOptions::eReal && options.output != kxTileOptions::eSigned &&
         options.output != kxTileOptions::eMagnitude)
