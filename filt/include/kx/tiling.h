@@ -309,9 +309,10 @@ struct kxTileOptions {
 
 // What a tiled filtering did.
 struct kxTileReport {
-    long tile = 0;        // tile side used (the padded size for one transform)
+    long tile = 0;        // tile side (the padded size for one transform; a side of the image
+                          // narrower than a tile takes tiles only as long as it needs)
     long margin = 0;      // margin used (0 for one transform)
-    long tiles = 0;       // tiles (transforms) processed
+    long tiles = 0;       // tiles processed (two may share one transform)
     bool single = false;  // true when the image took one transform of its padded size
 };
 
