@@ -38,7 +38,7 @@
 #include <type_traits>
 #include <vector>
 
-// The smallest and largest tile side, and the default.
+// The smallest and largest tile side (the largest is the default).
 constexpr long kfMinTileSide = 64;
 constexpr long kfMaxTileSide = kfMaxTransformSide;
 
@@ -65,11 +65,15 @@ enum kxSampleType : int {
 //
 // Margin: the kernel of a Gaussian of standard deviation sigma (cycles per
 // pixel) in frequency is a Gaussian envelope of 1 / (2 pi sigma) pixels.
-// What a tile loses of a kernel cut at `margin` pixels is at most
+// What a tile loses of a kernel cut at `margin` pixels is estimated as
 //     fullScale x A x 2 pi s^2 x exp(-margin^2 / (2 s^2))
 // with s the widest envelope (the narrowest sigma) and A the area of the
-// pass band (a plateau widens it); the margin is the smallest that keeps
-// this under half a grey level of the output.
+// pass band; the margin is the smallest that keeps this under half a grey
+// level of the output. For Gaussian bands this is a bound. A plateau widens
+// A, but its shoulders (where the flat top meets the flanks) give the
+// kernel ripples that decay more slowly than the envelope, which the
+// estimate does not follow; give a larger margin for wide plateaus with
+// 16-bit results.
 class KXFREQ_API kxFilterDescription {
 public:
     virtual ~kxFilterDescription();
