@@ -1,4 +1,5 @@
 // The filter command: one filter applied to one image or a batch.
+#include "colour.h"
 #include "commands.h"
 
 #include <kx/core/exception.h>
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -58,7 +60,9 @@ const CommandTable kFilterCommand{
          "finds each image's periodic components (as 'kxfreq\n"
          "peaks' lists them) and removes them with their\n"
          "harmonics, up to the image's borders; takes only\n"
-         "--max, --region, --jobs and --json"},
+         "--max, --region, --color, --quality, --jobs and\n"
+         "--json (colour images: found on the luminance,\n"
+         "removed from every channel)"},
         kMaxComponentsOption,
         {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
         {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},
@@ -77,6 +81,8 @@ const CommandTable kFilterCommand{
          "the modulus"},
         kPadOption,
         kRegionOption,
+        kColourOption,
+        {"--quality", nullptr, "Q", "JPEG quality of .jpg/.jpeg outputs, 1 to 100\n(default 95)"},
         {"--save", nullptr, "FILE", "store the filter used (for the first image's size)"},
         {"--scale", nullptr, nullptr,
          "stretch each result to the full grey range (signed:\n"
@@ -126,53 +132,76 @@ struct FilterChoice {
     kxio::GreyImage gain;   // --transfer
 };
 
-// The option a library message is about, for messages that name it.
-std::string optionOf(const std::string& message, bool periodGiven)
-{
-    if (message.rfind("Frequency", 0) == 0)
-        return periodGiven ? "--period" : "--frequency";
-    if (message.rfind("Sigma and plateau", 0) == 0)
-        return "--sigma/--plateau";
-    if (message.rfind("Sigma", 0) == 0)
-        return "--sigma";
-    if (message.rfind("Plateau", 0) == 0)
-        return "--plateau";
-    if (message.rfind("DC ", 0) == 0)
-        return "--dc-radius";
-    return "";
-}
-
-std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
+std::unique_ptr<kxFrequencyFilter> constructFilter(const FilterChoice& choice, const kxPair<long>& size)
 {
     const kxPair<double> sigma(choice.sigma.first, choice.sigma.second);
     const kxPair<double> plateau(choice.plateau.first, choice.plateau.second);
     const kxRadian angle(choice.angleDegrees * 3.141592653589793 / 180.0);
-    try {
-        switch (choice.kind) {
-        case Kind::Gabor:
-            return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size,
-                                                            choice.dcRadius);
-        case Kind::GaborReject:
-            return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
-                                                                  choice.dcRadius);
-        case Kind::BandPass:
-            return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                               choice.dcRadius);
-        case Kind::BandReject:
-            return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                                 choice.dcRadius);
-        case Kind::Loaded:
-        case Kind::Transfer:
-        case Kind::RemoveTexture:
-            break;
+    switch (choice.kind) {
+    case Kind::Gabor:
+        return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size,
+                                                        choice.dcRadius);
+    case Kind::GaborReject:
+        return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
+                                                              choice.dcRadius);
+    case Kind::BandPass:
+        return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                           choice.dcRadius);
+    case Kind::BandReject:
+        return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                             choice.dcRadius);
+    case Kind::Loaded:
+    case Kind::Transfer:
+    case Kind::RemoveTexture:
+        break;
+    }
+    return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
+}
+
+// The option a refused set of parameters is about: each parameter is tried
+// alone, the others at values the library accepts; the first refused names
+// its option. Empty when none is refused alone.
+std::string faultyOption(const FilterChoice& choice, const kxPair<long>& size)
+{
+    FilterChoice valid;
+    valid.kind = choice.kind;
+    valid.sigma = {0.01, 0.01};
+    valid.plateau = {0, 0};
+    const std::pair<std::string, std::function<void(FilterChoice&)>> trials[] = {
+        {choice.periodGiven ? "--period" : "--frequency", [&](FilterChoice& c) { c.frequency = choice.frequency; }},
+        {"--sigma", [&](FilterChoice& c) { c.sigma = choice.sigma; }},
+        {"--plateau", [&](FilterChoice& c) { c.plateau = choice.plateau; }},
+        {"--dc-radius", [&](FilterChoice& c) { c.dcRadius = choice.dcRadius; }},
+        {"--sigma/--plateau",
+         [&](FilterChoice& c) {
+             c.sigma = choice.sigma;
+             c.plateau = choice.plateau;
+         }},
+    };
+    for (const auto& [option, set] : trials) {
+        FilterChoice trial = valid;
+        set(trial);
+        try {
+            constructFilter(trial, size);
+        } catch (const kxFrequencyDefs::Errors&) {
+            return option;
         }
-    } catch (const kxException& e) {
-        const std::string option = optionOf(e.what(), choice.periodGiven);
+    }
+    return "";
+}
+
+// The filter of the choice for a spectrum of `size`; a refused parameter is
+// a usage error naming its option.
+std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
+{
+    try {
+        return constructFilter(choice, size);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        const std::string option = faultyOption(choice, size);
         if (option.empty())
             throw;
         throw UsageError(option + ": " + e.what());
     }
-    return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
 }
 
 std::shared_ptr<const kxFrequencyFilter> loadFilter(const std::string& path)
@@ -258,6 +287,9 @@ struct Settings {
     Padding padding = Padding::Mirror;
     kxio::Region region;
     bool scale = false;
+    ColourMode colour = ColourMode::PerChannel;
+    bool colourGiven = false;
+    kxio::WriteOptions write;
 };
 
 struct Outcome {
@@ -267,8 +299,8 @@ struct Outcome {
     std::vector<kxPeriodicComponent> removed;   // --remove-texture
 };
 
-// --remove-texture: the library finds, removes and reports the components,
-// padding the image itself.
+// --remove-texture on a grey image: the library finds, removes and reports
+// the components, padding the image itself.
 kxio::GreyImage removeTexture(const kxio::GreyImage& image, const FilterChoice& choice,
                               std::vector<kxPeriodicComponent>& removed)
 {
@@ -279,27 +311,13 @@ kxio::GreyImage removeTexture(const kxio::GreyImage& image, const FilterChoice& 
     return kxio::makeImage16(kfRemovePeriodicTexture<unsigned short>(image.pixels16, options, &removed));
 }
 
-// Filters one image; `preread` is the image when it has been read already.
-void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
-               std::unique_ptr<kxio::GreyImage> preread)
+// The complex result of the chosen (linear) filter on one plane of pixels.
+template <typename Plane>
+Complex filterPlane(const Plane& plane, long width, long height, const Settings& settings, const std::string& in)
 {
-    const kxio::GreyImage image = preread ? std::move(*preread) : readInput(in, settings.region);
-    preread.reset();
-    outcome.width = image.width();
-    outcome.height = image.height();
     const FilterChoice& choice = settings.choice;
-    if (choice.kind == Kind::RemoveTexture) {
-        kxio::GreyImage result;
-        try {
-            result = removeTexture(image, choice, outcome.removed);
-        } catch (const kxException& e) {
-            throw CommandError(in + ": " + e.what());
-        }
-        kxio::writeImage(out, result);
-        return;
-    }
     kxFrequencyBuffer spectrum;
-    forward(image, settings.padding, spectrum);
+    forward(plane, settings.padding, spectrum);
     const long pw = spectrum.width(), ph = spectrum.height();
     double factor = 1;
     try {
@@ -320,14 +338,92 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
         throw CommandError(in + ": the filter does not fit this image (" + e.what() + "); its spectrum is " +
                            std::to_string(pw) + " x " + std::to_string(ph));
     }
-    Complex result = inverseComplex(spectrum, image.width(), image.height());
+    Complex result = inverseComplex(spectrum, width, height);
     if (factor != 1)
-        for (long y = 0; y < image.height(); ++y)
-            for (long x = 0; x < image.width(); ++x) {
+        for (long y = 0; y < height; ++y)
+            for (long x = 0; x < width; ++x) {
                 result.real(x, y) *= factor;
                 result.imag(x, y) *= factor;
             }
-    kxio::writeImage(out, toPixels(result, image.bits, settings.mode, settings.scale));
+    return result;
+}
+
+kxio::GreyImage filterGrey(const kxio::GreyImage& plane, const Settings& settings, const std::string& in)
+{
+    return toPixels(filterPlane(plane, plane.width(), plane.height(), settings, in), plane.bits, settings.mode,
+                    settings.scale);
+}
+
+// --remove-texture on a colour image: the components are found on the
+// luminance and the same reject filter removes them from every colour
+// channel (mirror padded, as the filters are).
+kxio::Image removeColourTexture(const kxio::Image& image, const FilterChoice& choice,
+                                std::vector<kxPeriodicComponent>& removed)
+{
+    kxPeriodicSearchOptions search;
+    search.maxComponents = choice.maxComponents;
+    removed = kfFindPeriodicComponents<double>(luminanceOf(image), search);
+    if (removed.empty())
+        return image;
+    const kxFrequencyBuffer sized(image.width(), image.height());   // the library's padded size
+    const kxFrequencyFilterImage reject =
+        kfPeriodicRejectFilter(removed, kxPair<long>(sized.width(), sized.height()));
+    return eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+        kxFrequencyBuffer spectrum;
+        forward(plane, Padding::Mirror, spectrum);
+        reject.apply(spectrum);
+        return toPixels(inverseComplex(spectrum, plane.width(), plane.height()), plane.bits, OutputMode::Real, false);
+    });
+}
+
+// How an input is read: with its channels unless grey is asked for or the
+// output cannot hold colour.
+kxio::Channels channelsFor(const Settings& settings, const std::string& out)
+{
+    return settings.colour == ColourMode::Grey || !kxio::holdsColour(kxio::formatFor(out)) ? kxio::Channels::Grey
+                                                                                          : kxio::Channels::Keep;
+}
+
+kxio::Image filterImage(const kxio::Image& image, const Settings& settings, const std::string& in,
+                        Outcome& outcome)
+{
+    const FilterChoice& choice = settings.choice;
+    if (choice.kind == Kind::RemoveTexture) {
+        if (image.colour())
+            return removeColourTexture(image, choice, outcome.removed);
+        return eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+            return removeTexture(plane, choice, outcome.removed);
+        });
+    }
+    if (image.colour() && settings.colour == ColourMode::Luminance) {
+        const kxPelBuffer<double> before = luminanceOf(image);
+        const Complex after = filterPlane(before, image.width(), image.height(), settings, in);
+        return addLuminanceChange(image, before, after.real);
+    }
+    return eachColourPlane(image, [&](const kxio::GreyImage& plane) { return filterGrey(plane, settings, in); });
+}
+
+// Filters one image; `preread` is the image when it has been read already.
+void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
+               std::unique_ptr<kxio::Image> preread)
+{
+    const kxio::Image image =
+        preread ? std::move(*preread) : readInputChannels(in, settings.region, channelsFor(settings, out));
+    preread.reset();
+    outcome.width = image.width();
+    outcome.height = image.height();
+    kxio::Image result;
+    try {
+        result = filterImage(image, settings, in, outcome);
+    } catch (const kxException& e) {
+        if (settings.choice.kind != Kind::RemoveTexture)
+            throw;
+        throw CommandError(in + ": " + e.what());
+    }
+    if (image.colour())
+        printLine(std::cerr, "kxfreq: note: " + in + ": " +
+                                 colourNote(image, settings.colour, settings.choice.kind == Kind::RemoveTexture));
+    kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
 }
 
 std::string describeFilter(const Settings& settings)
@@ -355,6 +451,7 @@ std::string describeFilter(const Settings& settings)
         out << ", \"pad\": \"" << (settings.padding == Padding::Zero ? "zero" : "mirror") << "\"";
         out << ", \"scale\": " << (settings.scale ? "true" : "false");
     }
+    out << ", \"color\": " << jsonString(colourModeName(settings.colour));
     if (!settings.region.whole())
         out << ", \"region\": [" << settings.region.x << ", " << settings.region.y << ", " << settings.region.width
             << ", " << settings.region.height << "]";
@@ -472,6 +569,14 @@ int runFilter(const std::vector<std::string>& args)
     settings.padding = paddingOption(options, Padding::Mirror);
     settings.region = regionOption(options);
     settings.scale = options.has("--scale");
+    settings.colour = colourOption(options);
+    settings.colourGiven = options.has("--color");
+    settings.write.jpegQuality = static_cast<int>(options.integer("--quality", 95, 1, 100));
+    if (settings.colour == ColourMode::Luminance) {
+        if (settings.mode != OutputMode::Real)
+            optionError("--color", "luminance works with --output real only (the chroma is added back)");
+        options.refuse("--scale", "not used with --color luminance (the chroma is added back unscaled)");
+    }
     const long jobs = options.integer("--jobs", 1, 1, 256);
     const std::string json = options.value("--json");
     if (options.has("--json") && json.empty())
@@ -491,7 +596,12 @@ int runFilter(const std::vector<std::string>& args)
     std::map<std::string, std::string> claimed;   // output -> input
     for (const std::string& in : inputs) {
         const std::string out = toDirectory ? (fs::path(output) / fs::path(in).filename()).string() : output;
-        kxio::formatFor(out);
+        const kxio::Format format = kxio::formatFor(out);
+        if (settings.colourGiven && settings.colour != ColourMode::Grey && !kxio::holdsColour(format))
+            optionError("--color", std::string(colourModeName(settings.colour)) + " needs an output that holds colour (" +
+                                       out + " is PGM): use .png, .tif or .jpg, or --color grey");
+        if (options.has("--quality") && format != kxio::Format::Jpeg)
+            optionError("--quality", "used only for .jpg/.jpeg outputs, not " + out);
         if (fs::equivalent(in, out, ec))
             throw CommandError(out + ": the output would overwrite its input");
         const std::string key = fs::absolute(out, ec).lexically_normal().string();
@@ -518,9 +628,10 @@ int runFilter(const std::vector<std::string>& args)
     }
     // The filter is stored for the first image's size: that image is read
     // now (and only now), and handed to its worker.
-    std::unique_ptr<kxio::GreyImage> first;
+    std::unique_ptr<kxio::Image> first;
     if (options.has("--save")) {
-        first = std::make_unique<kxio::GreyImage>(readInput(inputs[0], settings.region));
+        first = std::make_unique<kxio::Image>(
+            readInputChannels(inputs[0], settings.region, channelsFor(settings, outputs[0])));
         const kxFrequencyBuffer sized(first->width(), first->height());   // the library's padded size
         saveFilter(options.value("--save"), *makeFilter(settings.choice, kxPair<long>(sized.width(), sized.height())));
     }

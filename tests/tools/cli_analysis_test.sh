@@ -174,7 +174,7 @@ import json, sys
 r = json.load(open(sys.argv[1]))
 first, second, third = r["inputs"]
 for i in r["inputs"]:
-    assert i["status"] == "ok" and i["filter"] == {"kind": "remove-texture", "max": 3}, i
+    assert i["status"] == "ok" and i["filter"] == {"kind": "remove-texture", "max": 3, "color": "per-channel"}, i
 (c,) = first["removed"]
 assert abs(c["frequency"] - 1 / 9) < 0.002 and abs(c["angle"] - 30) < 1, c
 (c,) = second["removed"]
@@ -212,7 +212,7 @@ expect_one_error "peaks max 0" "--max: expects a number from 1 to 100, not '0'" 
 expect_one_error "peaks max fraction" "--max: expects a whole number, not '2.5'" "$x" "$kx" peaks "$i8" --max 2.5
 expect_one_error "peaks too small" "kxfreq: error: Image or spectrum must be at least 8 x 8" "$x" "$kx" peaks "$i8" --region 0,0,7,7
 printf 'hello' > "$w/text.pgm"
-expect_one_error "peaks text" "not a PGM, PNG or TIFF" "$x" "$kx" peaks "$w/text.pgm"
+expect_one_error "peaks text" "not a PGM, PNG, TIFF or JPEG" "$x" "$kx" peaks "$w/text.pgm"
 for option in "--frequency 0.1" "--period 9" "--sigma 0.01" "--plateau 0.01" "--angle 30" "--dc-radius 1"; do
   expect_one_error "remove texture refuses $option" "${option%% *}: not used with --remove-texture" "$x" \
     "$kx" filter "$i8" -o "$x" --remove-texture $option

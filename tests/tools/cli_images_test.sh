@@ -103,9 +103,12 @@ if [ $has_tiff = 1 ]; then
   expect_ok "part tif to pgm" "$kx" roundtrip "$w/part.tif" -o "$w/part-from-tif.pgm"
   expect_ok "part pgm" "$kx" roundtrip "$w/part.pgm" -o "$w/part-from-pgm.pgm"
   check "a region of a tiled TIFF equals the same region of the PGM" cmp -s "$w/part-from-tif.pgm" "$w/part-from-pgm.pgm"
-  # colour TIFF: converted with a notice; a batch keeps each input's format
+  # colour TIFF: each channel filtered, with a note; converted to grey with a
+  # note when asked; a batch keeps each input's format
   expect_ok "rgb tiff" "$kx" filter "$w/rgb8.tif" -o "$w/rgb-out.tif" --band-reject
-  grep -q "3 samples per pixel converted to grey" "$w/err.txt" && pass || fail "rgb tiff notice: $(cat "$w/err.txt")"
+  grep -q "each of its 3 channels filtered alone" "$w/err.txt" && pass || fail "rgb tiff note: $(cat "$w/err.txt")"
+  expect_ok "rgb tiff as grey" "$kx" filter "$w/rgb8.tif" -o "$w/rgb-grey.tif" --band-reject --color grey
+  grep -q "colour image converted to grey" "$w/err.txt" && pass || fail "rgb tiff grey note: $(cat "$w/err.txt")"
   expect_ok "mixed batch" "$kx" filter "$w/strips16.tif" "$w/gray8.pgm" -o "$w/formats/" --band-pass
   read -r _ _ tb _ <<< "$("$helper" info "$w/formats/strips16.tif")"
   check "a batch keeps the input's format and depth" [ "$(head -c 2 "$w/formats/strips16.tif")$tb$(head -c 2 "$w/formats/gray8.pgm")" = "II16P5" ]
