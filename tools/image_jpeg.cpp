@@ -360,6 +360,11 @@ bool startCompress(jpeg_compress_struct* info, ErrorManager* errors, const Image
     info->in_color_space = image->channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(info);
     jpeg_set_quality(info, quality, TRUE);
+    // At high quality colour keeps its full resolution (no 2 x 2 chroma
+    // subsampling), so that a filtered channel is not blurred by the file.
+    if (quality >= 90)
+        for (int c = 0; c < info->num_components; ++c)
+            info->comp_info[c].h_samp_factor = info->comp_info[c].v_samp_factor = 1;
     jpeg_start_compress(info, TRUE);
     return true;
 }

@@ -28,6 +28,14 @@
 //                                             plus uniform noise of +-NOISE
 //   make_test_images grating IN OUT ANGLE PERIOD AMPLITUDE
 //                                             IN with a square-wave grating added
+//   make_test_images colourise IN OUT KIND    a colour image made from a grey
+//                                             one: red IN, green IN mirrored
+//                                             (KIND plain), the same with an
+//                                             alpha ramp (alpha), or green
+//                                             0.8 IN + 20 (tint); blue IN
+//                                             inverted
+//   make_test_images channel IN C OUT         channel C of IN as a grey image
+//   make_test_images grey IN OUT              IN read as grey (luminance)
 #include "image_io.h"
 
 #include <kx/fft.h>
@@ -507,6 +515,43 @@ int makeTiffs(const std::string&) { return 3; }
 
 }  // namespace
 
+namespace {
+
+int colourise(const std::string& in, const std::string& out, const std::string& kind)
+{
+    const bool alpha = kind == "alpha", tint = kind == "tint";
+    const GreyImage grey = readImage(in, [](const std::string&) {});
+    const long w = grey.width(), h = grey.height();
+    const double top = grey.bits == 8 ? 255 : 65535;
+    Image image;
+    image.planes.push_back(grey);
+    image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long y) {
+        return tint ? 0.8 * pel(grey, x, y) + 20 : pel(grey, w - 1 - x, y);
+    }));
+    image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long y) { return top - pel(grey, x, y); }));
+    if (alpha)
+        image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long) { return top * x / (w - 1); }));
+    writeImage(out, image, formatFor(out));
+    return 0;
+}
+
+int channel(const std::string& in, int c, const std::string& out)
+{
+    const Image image = readChannels(in, Region{}, ReadLimits{kMaxSide, ""});
+    if (c < 0 || c >= image.channels())
+        throw ImageError(in + ": has no channel " + std::to_string(c));
+    writeImage(out, image.planes[static_cast<std::size_t>(c)]);
+    return 0;
+}
+
+int grey(const std::string& in, const std::string& out)
+{
+    writeImage(out, readImage(in, Region{}, ReadLimits{kMaxSide, ""}, [](const std::string&) {}));
+    return 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
     const std::vector<std::string> a(argv + 1, argv + argc);
@@ -542,6 +587,12 @@ int main(int argc, char** argv)
         if (a.size() == 7 && a[0] == "vary")
             return vary(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()),
                         std::strtoul(a[6].c_str(), nullptr, 10));
+        if (a.size() == 4 && a[0] == "colourise")
+            return colourise(a[1], a[2], a[3]);
+        if (a.size() == 4 && a[0] == "channel")
+            return channel(a[1], std::atoi(a[2].c_str()), a[3]);
+        if (a.size() == 3 && a[0] == "grey")
+            return grey(a[1], a[2]);
         if (a.size() == 6 && a[0] == "grating")
             return grating(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()));
     } catch (const std::exception& e) {
