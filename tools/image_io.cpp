@@ -469,13 +469,29 @@ Image readChannelsFromMemory(const unsigned char* data, std::size_t size, const 
     return readFrom(*source, region, limits, Channels::Keep, Notice{});
 }
 
+namespace {
+
+void streamFrom(ByteSource& source, RowTarget& target, Channels channels, const Notice& notice)
+{
+    ReadLimits limits;
+    limits.maxSide = kMaxSide;
+    RowSink sink(source.name(), Region{}, limits, false, channels, &target);
+    decodeWithNotice(source, sink, notice);
+}
+
+}  // namespace
+
 void streamImage(const std::string& path, RowTarget& target, Channels channels, const Notice& notice)
 {
     const std::unique_ptr<ByteSource> source = openFile(path);
-    ReadLimits limits;
-    limits.maxSide = kMaxSide;
-    RowSink sink(path, Region{}, limits, false, channels, &target);
-    decodeWithNotice(*source, sink, notice);
+    streamFrom(*source, target, channels, notice);
+}
+
+void streamImageFromMemory(const unsigned char* data, std::size_t size, const std::string& name, RowTarget& target,
+                           Channels channels)
+{
+    const std::unique_ptr<ByteSource> source = openMemory(data, size, name);
+    streamFrom(*source, target, channels, Notice{});
 }
 
 // ---------------------------------------------------------------- writing

@@ -144,6 +144,8 @@ public:
 // Reads a whole image of any size (up to kMaxSide in a side) row by row into
 // `target`, keeping only a row (or a row of TIFF tiles) in memory.
 void streamImage(const std::string& path, RowTarget& target, Channels channels, const Notice& notice = {});
+void streamImageFromMemory(const unsigned char* data, std::size_t size, const std::string& name, RowTarget& target,
+                           Channels channels);
 
 namespace detail {
 class ByteSink;
