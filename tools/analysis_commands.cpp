@@ -1,5 +1,6 @@
 // The register and peaks commands: what the analysis functions find, printed.
 #include "commands.h"
+#include "large_images.h"
 
 #include <kx/analysis.h>
 
@@ -47,7 +48,9 @@ const CommandTable kPeaksCommand{
     "y, and positive angles turn from +x towards +y, clockwise on the screen;\n"
     "components are given at 0 to 180 degrees. Period and angle are what 'kxfreq\n"
     "filter --gabor-reject --period P --angle DEG' takes; 'kxfreq filter\n"
-    "--remove-texture' removes them all at once.",
+    "--remove-texture' removes them all at once. An image larger than 2048 pixels\n"
+    "in a side is searched on the averaged spectrum of its overlapping 1024 x 1024\n"
+    "tiles, read row by row.",
     {
         kMaxComponentsOption,
         kRegionOption,
@@ -133,13 +136,14 @@ int runPeaks(const std::vector<std::string>& args)
     const std::string in = singleInput(options, "peaks");
     kxPeriodicSearchOptions search;
     search.maxComponents = maxComponentsOption(options);
-    const kxio::GreyImage image = readInput(in, regionOption(options));
-    const std::vector<kxPeriodicComponent> components =
-        image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
-                        : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+    const kxio::Region region = regionOption(options);
+    const std::vector<kxPeriodicComponent> components = componentsOf(in, region, search);
     if (options.has("--json")) {
-        std::cout << "{\"input\": " << jsonString(in) << ", \"width\": " << image.width()
-                  << ", \"height\": " << image.height() << ", \"components\": " << componentsJson(components) << "}\n";
+        const kxio::ImageInfo info = kxio::readInfo(in);
+        const long width = region.whole() ? info.width : region.width;
+        const long height = region.whole() ? info.height : region.height;
+        std::cout << "{\"input\": " << jsonString(in) << ", \"width\": " << width << ", \"height\": " << height
+                  << ", \"components\": " << componentsJson(components) << "}\n";
         return 0;
     }
     if (components.empty())

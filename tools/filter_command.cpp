@@ -1,6 +1,7 @@
 // The filter command: one filter applied to one image or a batch.
 #include "colour.h"
 #include "commands.h"
+#include "large_images.h"
 
 #include <kx/core/exception.h>
 #include <kx/freqfilt.h>
@@ -38,7 +39,12 @@ const CommandTable kFilterCommand{
     "stripes); 90 degrees varies along y (horizontal stripes); positive angles\n"
     "turn from +x towards +y, that is clockwise on the screen, where y grows\n"
     "downwards. The angle is the direction of the peak from the middle of the\n"
-    "'kxfreq spectrum' picture.",
+    "'kxfreq spectrum' picture.\n"
+    "\n"
+    "Images of any size are filtered: one larger than a transform (2048 pixels\n"
+    "in a side) is cut into overlapping tiles whose seams do not show, and a\n"
+    "grey one is read and written row by row, in memory that does not grow\n"
+    "with its height.",
     {
         {"--out", "-o", "PATH", "output file, or directory for a batch"},
         {"--gabor", nullptr, nullptr,
@@ -87,7 +93,16 @@ const CommandTable kFilterCommand{
         {"--scale", nullptr, nullptr,
          "stretch each result to the full grey range (signed:\n"
          "keeping zero at mid-grey)"},
-        {"--jobs", nullptr, "N", "process N images at once (default 1)"},
+        {"--tile", nullptr, "N",
+         "images larger than one transform (or than N) are\n"
+         "filtered in overlapping N x N tiles: a power of two\n"
+         "from 64 to 2048 (default 2048)"},
+        {"--margin", nullptr, "M",
+         "pixels each tile reads beyond the part it writes\n"
+         "(default: from the filter's kernel)"},
+        {"--jobs", nullptr, "N",
+         "process N images at once; one image larger than a\n"
+         "tile is spread over N threads (default 1)"},
         {"--json", nullptr, "FILE",
          "write a report of the run (per input: output, size,\n"
          "filter, time, status; with --remove-texture the\n"
@@ -283,6 +298,7 @@ kxFrequencyFilterImage transferFilter(const FilterChoice& choice, long width, lo
 
 struct Settings {
     FilterChoice choice;
+    kxTileOptions tiling;   // tile, margin and jobs for large images
     OutputMode mode = OutputMode::Real;
     Padding padding = Padding::Mirror;
     kxio::Region region;
@@ -297,6 +313,8 @@ struct Outcome {
     double seconds = 0;
     std::string error;
     std::vector<kxPeriodicComponent> removed;   // --remove-texture
+    bool tiled = false;                          // filtered in tiles
+    kxTileReport report;
 };
 
 // --remove-texture on a grey image: the library finds, removes and reports
@@ -403,10 +421,164 @@ kxio::Image filterImage(const kxio::Image& image, const Settings& settings, cons
     return eachColourPlane(image, [&](const kxio::GreyImage& plane) { return filterGrey(plane, settings, in); });
 }
 
+// The choice as a filter description without a size, for tiles.
+std::unique_ptr<kxFilterDescription> describe(const FilterChoice& c)
+{
+    const double angle = c.angleDegrees * 3.141592653589793 / 180.0;
+    const kxPair<double> sigma(c.sigma.first, c.sigma.second), plateau(c.plateau.first, c.plateau.second);
+    auto gaborLike = [&](auto d) {
+        d->sigma = sigma, d->plateau = plateau, d->angle = angle, d->frequency = c.frequency, d->dcRadius = c.dcRadius;
+    };
+    auto radial = [&](auto d) {
+        d->sigma = sigma.x(), d->plateau = plateau.x(), d->frequency = c.frequency, d->dcRadius = c.dcRadius;
+    };
+    switch (c.kind) {
+    case Kind::Gabor: {
+        auto d = std::make_unique<kxGaborDescription>();
+        gaborLike(d.get());
+        return d;
+    }
+    case Kind::GaborReject: {
+        auto d = std::make_unique<kxGaborRejectDescription>();
+        gaborLike(d.get());
+        return d;
+    }
+    case Kind::BandPass: {
+        auto d = std::make_unique<kxBandPassDescription>();
+        radial(d.get());
+        return d;
+    }
+    case Kind::BandReject: {
+        auto d = std::make_unique<kxBandRejectDescription>();
+        radial(d.get());
+        return d;
+    }
+    case Kind::Loaded:
+    case Kind::Transfer:
+    case Kind::RemoveTexture:
+        break;
+    }
+    return nullptr;   // sized filters cannot be tiled; texture removal builds its own
+}
+
+kxTileOptions::Output tiledOutput(OutputMode mode)
+{
+    return mode == OutputMode::Signed ? kxTileOptions::eSigned
+                                      : mode == OutputMode::Magnitude ? kxTileOptions::eMagnitude : kxTileOptions::eReal;
+}
+
+// Whether an image of this header (or the region of it) is larger than one
+// tile.
+bool needsTiles(const kxio::ImageInfo& info, const Settings& settings)
+{
+    const long w = settings.region.whole() ? info.width : settings.region.width;
+    const long h = settings.region.whole() ? info.height : settings.region.height;
+    return kfPaddedSize(w) > settings.tiling.tile || kfPaddedSize(h) > settings.tiling.tile;
+}
+
+// The notches for the periodic components of a large grey file, found on its
+// Welch spectrum (a first pass over the file).
+kxPeriodicRejectDescription texturesOf(const kxFrequencyBuffer& welch, const FilterChoice& choice,
+                                       std::vector<kxPeriodicComponent>& removed)
+{
+    kxPeriodicSearchOptions search;
+    search.maxComponents = choice.maxComponents;
+    kxPeriodicRejectDescription notches;
+    notches.components = kfFindPeriodicComponents(welch, search);
+    removed = notches.components;
+    return notches;
+}
+
+// A large image filtered in tiles. A grey image read whole is streamed from
+// its file to the output row by row; a colour image or a region is read into
+// memory and each plane tiled.
+void filterLarge(const std::string& in, const std::string& out, const kxio::ImageInfo& info,
+                 const Settings& settings, Outcome& outcome)
+{
+    const FilterChoice& choice = settings.choice;
+    if (choice.kind == Kind::Loaded || choice.kind == Kind::Transfer)
+        throw CommandError(in + ": a filter of one fixed size (--" + kindName(choice.kind) +
+                           ") cannot be cut into tiles, and this image is " + std::to_string(info.width) + " x " +
+                           std::to_string(info.height) + "; give the filter by its parameters, or use --region");
+    if (settings.padding == Padding::Zero)
+        throw CommandError(in + ": --pad zero needs the image in one transform; tiles are mirrored at the borders");
+    if (settings.scale)
+        throw CommandError(in + ": --scale needs the image in one transform (at most " +
+                           std::to_string(settings.tiling.tile) + " in a side)");
+    outcome.tiled = true;
+    kxTileOptions tiling = settings.tiling;
+    tiling.output = tiledOutput(settings.mode);
+    ProgressBar bar(in);
+    tiling.progress = [&](long done, long total) { bar.update(done, total); };
+    const std::unique_ptr<kxFilterDescription> description = describe(choice);
+    const kxio::Channels channels = channelsFor(settings, out);
+    try {
+        if ((channels == kxio::Channels::Grey || info.channels == 1) && settings.region.whole()) {
+            outcome.width = info.width;
+            outcome.height = info.height;
+            std::unique_ptr<kxFilterDescription> notches;
+            if (choice.kind == Kind::RemoveTexture) {
+                FileRowSource first(in);
+                kxWelchOptions welch;
+                welch.jobs = tiling.jobs;
+                notches = std::make_unique<kxPeriodicRejectDescription>(
+                    texturesOf(kfWelchSpectrum(first, welch), choice, outcome.removed));
+            }
+            FileRowSource source(in);
+            FileRowSink sink(out, kxio::ImageInfo{info.width, info.height, info.bits, kxio::formatFor(out), 1},
+                             settings.write);
+            outcome.report = kfFilterTiled(source, notches ? *notches : *description, sink,
+                                           info.bits == 8 ? eSampleU8 : eSampleU16, tiling);
+            sink.commit();
+            return;
+        }
+        kxio::ReadLimits limits;
+        limits.maxSide = kxio::kMaxSide;
+        const kxio::Image image = channels == kxio::Channels::Grey
+                                      ? kxio::fromGrey(kxio::readImage(in, settings.region, limits))
+                                      : kxio::readChannels(in, settings.region, limits);
+        outcome.width = image.width();
+        outcome.height = image.height();
+        std::unique_ptr<kxFilterDescription> notches;
+        if (choice.kind == Kind::RemoveTexture) {
+            const kxPelBuffer<double> luminance = luminanceOf(image);
+            kxWelchOptions welch;
+            welch.jobs = tiling.jobs;
+            notches = std::make_unique<kxPeriodicRejectDescription>(texturesOf(
+                kf_WelchSpectrum(kxImageView<const double>(kfImageView<double>(luminance)), welch), choice,
+                outcome.removed));
+        }
+        const kxFilterDescription& filter = notches ? *notches : *description;
+        kxio::Image result;
+        if (image.colour() && settings.colour == ColourMode::Luminance && !notches) {
+            const kxPelBuffer<double> before = luminanceOf(image);
+            kxPelBuffer<double> after(image.width(), image.height());
+            outcome.report = kf_FilterTiled(kxImageView<const double>(kfImageView<double>(before)), filter,
+                                            kfImageView<double>(after), tiling);
+            result = addLuminanceChange(image, before, after);
+        } else {
+            result = eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+                return filterPlaneTiled(plane, filter, tiling, outcome.report);
+            });
+        }
+        if (image.colour())
+            printLine(std::cerr, "kxfreq: note: " + in + ": " +
+                                     colourNote(image, settings.colour, choice.kind == Kind::RemoveTexture));
+        kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
+    } catch (const kxException& e) {
+        throw CommandError(in + ": " + e.what());
+    }
+}
+
 // Filters one image; `preread` is the image when it has been read already.
 void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
                std::unique_ptr<kxio::Image> preread)
 {
+    if (!preread) {
+        const kxio::ImageInfo info = kxio::readInfo(in);
+        if (needsTiles(info, settings))
+            return filterLarge(in, out, info, settings, outcome);
+    }
     const kxio::Image image =
         preread ? std::move(*preread) : readInputChannels(in, settings.region, channelsFor(settings, out));
     preread.reset();
@@ -473,6 +645,12 @@ void writeReport(const std::string& path, const Settings& settings, const std::v
             << (o.error.empty() ? jsonString(outputs[i]) : "null") << ", \"width\": " << o.width
             << ", \"height\": " << o.height << ", \"filter\": " << filter << ", \"seconds\": " << jsonNumber(o.seconds)
             << ", \"status\": " << (o.error.empty() ? "\"ok\"" : "\"error\"");
+        if (o.error.empty()) {
+            // An image in one transform counts as one tile of its padded size.
+            const long tile = o.tiled ? o.report.tile : std::max(kfPaddedSize(o.width), kfPaddedSize(o.height));
+            out << ", \"tile\": " << tile << ", \"margin\": " << (o.tiled ? o.report.margin : 0)
+                << ", \"tiles\": " << (o.tiled ? o.report.tiles : 1);
+        }
         if (settings.choice.kind == Kind::RemoveTexture && o.error.empty())
             out << ", \"removed\": " << componentsJson(o.removed);
         if (!o.error.empty())
@@ -483,6 +661,29 @@ void writeReport(const std::string& path, const Settings& settings, const std::v
         << ",\n  \"seconds\": " << jsonNumber(seconds) << "\n}\n";
     const std::string text = out.str();
     kxio::writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+// --tile, --margin and the threads one large image's tiles get. The
+// library checks the tile and whether the margin leaves room in it; its
+// message is given under the option at fault.
+kxTileOptions tilingOption(const Options& options, long jobs)
+{
+    kxTileOptions tiling;
+    tiling.tile = options.integer("--tile", kfMaxTileSide, 1, 1L << 30);
+    tiling.jobs = static_cast<unsigned>(jobs);
+    const kxBandRejectDescription any;   // the checks do not depend on the filter
+    try {
+        kfTileMargin(any, eSampleU16, tiling);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        optionError("--tile", e.what());
+    }
+    tiling.margin = options.integer("--margin", -1, 0, 1L << 30);
+    try {
+        kfTileMargin(any, eSampleU16, tiling);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        optionError("--margin", e.what());
+    }
+    return tiling;
 }
 
 Kind chosenKind(const Options& options)
@@ -578,6 +779,7 @@ int runFilter(const std::vector<std::string>& args)
         options.refuse("--scale", "not used with --color luminance (the chroma is added back unscaled)");
     }
     const long jobs = options.integer("--jobs", 1, 1, 256);
+    settings.tiling = tilingOption(options, inputs.size() == 1 ? jobs : 1);
     const std::string json = options.value("--json");
     if (options.has("--json") && json.empty())
         optionError("--json", "needs a file name");

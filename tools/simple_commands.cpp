@@ -1,5 +1,6 @@
 // The spectrum and roundtrip commands.
 #include "commands.h"
+#include "large_images.h"
 
 #include <algorithm>
 #include <cmath>
@@ -19,7 +20,9 @@ const CommandTable kSpectrumCommand{
     "default) avoids the bright cross that zero padding draws through the middle\n"
     "of a non-power-of-two image, but an oblique pattern's reflection then shows\n"
     "as a weaker pair of peaks at the mirrored angle; --pad zero shows only the\n"
-    "image's own frequencies.",
+    "image's own frequencies. An image larger than 2048 pixels in a side gives\n"
+    "the averaged magnitude spectrum of its overlapping, windowed 1024 x 1024\n"
+    "tiles.",
     {
         {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm)"},
         {"--part", nullptr, "PART", "magnitude (default), phase, real or imaginary"},
@@ -138,8 +141,7 @@ int runSpectrum(const std::vector<std::string>& args)
     const Padding padding = paddingOption(options, Padding::Mirror);
     const kxio::Region region = regionOption(options);
 
-    kxFrequencyBuffer spectrum;
-    forward(readInput(in, region), padding, spectrum);
+    const kxFrequencyBuffer spectrum = pictureSpectrum(in, region, padding == Padding::Mirror, part == "magnitude");
     kxPelBuffer<unsigned char> picture;
     if (map == "auto") {
         picture = autoContrastLogPicture(spectrum.getMagnitudeImage(centered));

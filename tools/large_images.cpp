@@ -1,0 +1,247 @@
+#include "large_images.h"
+
+#include "commands.h"
+
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <exception>
+#include <iostream>
+#include <mutex>
+#include <thread>
+
+#include <unistd.h>
+
+namespace kxcli {
+
+// Rows handed from the decoding thread to the reader, at most kDepth at a
+// time. Either side may stop the other: the reader by closing (its
+// destructor), the decoder by failing.
+class FileRowSource::Queue : public kxio::RowTarget {
+public:
+    static constexpr std::size_t kDepth = 64;
+
+    Queue(const std::string& path, const kxio::Notice& notice) : path_(path), notice_(notice) {}
+
+    void start(const kxio::ImageInfo& info) override
+    {
+        rowBytes_ = static_cast<std::size_t>(info.width) * (info.bits / 8);
+    }
+
+    void row(long, const void* samples) override
+    {
+        const auto* bytes = static_cast<const unsigned char*>(samples);
+        std::vector<unsigned char> copy(bytes, bytes + rowBytes_);
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [&] { return rows_.size() < kDepth || closed_; });
+        if (closed_)
+            throw Closed{};
+        rows_.push_back(std::move(copy));
+        changed_.notify_all();
+    }
+
+    void run()
+    {
+        thread_ = std::thread([this] {
+            try {
+                streamImage(path_, *this, kxio::Channels::Grey, notice_);
+            } catch (const Closed&) {
+            } catch (...) {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                failure_ = std::current_exception();
+            }
+            const std::lock_guard<std::mutex> lock(mutex_);
+            finished_ = true;
+            changed_.notify_all();
+        });
+    }
+
+    // The next row into `destination`; rethrows the decoder's failure.
+    void pop(unsigned char* destination)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [&] { return !rows_.empty() || finished_; });
+        if (rows_.empty()) {
+            if (failure_)
+                std::rethrow_exception(failure_);
+            throw kxio::ImageError(path_ + ": fewer rows than its header says");
+        }
+        std::memcpy(destination, rows_.front().data(), rowBytes_);
+        rows_.pop_front();
+        changed_.notify_all();
+    }
+
+    void close()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            closed_ = true;
+            changed_.notify_all();
+        }
+        if (thread_.joinable())
+            thread_.join();
+    }
+
+    std::size_t rowBytes() const { return rowBytes_; }
+
+private:
+    struct Closed {};
+
+    std::string path_;
+    kxio::Notice notice_;
+    std::size_t rowBytes_ = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::vector<unsigned char>> rows_;
+    bool closed_ = false;
+    bool finished_ = false;
+    std::exception_ptr failure_;
+    std::thread thread_;
+};
+
+FileRowSource::FileRowSource(const std::string& path, const kxio::Notice& notice)
+    : info_(kxio::readInfo(path)), queue_(std::make_unique<Queue>(path, notice))
+{
+    queue_->start(info_);
+    queue_->run();
+}
+
+FileRowSource::~FileRowSource() { queue_->close(); }
+
+void FileRowSource::take(void* rows, long count)
+{
+    auto* out = static_cast<unsigned char*>(rows);
+    for (long i = 0; i < count; ++i)
+        queue_->pop(out + static_cast<std::size_t>(i) * queue_->rowBytes());
+}
+
+void FileRowSource::read(unsigned char* rows, long count)
+{
+    if (info_.bits != 8)
+        kxRowSource::read(rows, count);   // refuses the type
+    take(rows, count);
+}
+
+void FileRowSource::read(unsigned short* rows, long count)
+{
+    if (info_.bits != 16)
+        kxRowSource::read(rows, count);
+    take(rows, count);
+}
+
+// ---------------------------------------------------------------------------
+
+FileRowSink::FileRowSink(const std::string& path, const kxio::ImageInfo& info, const kxio::WriteOptions& options)
+    : writer_(path, kxio::formatFor(path), info, options),
+      rowSamples_(static_cast<std::size_t>(info.width) * info.channels)
+{
+}
+
+void FileRowSink::write(const unsigned char* rows, long count)
+{
+    for (long i = 0; i < count; ++i)
+        writer_.row(rows + static_cast<std::size_t>(i) * rowSamples_);
+}
+
+void FileRowSink::write(const unsigned short* rows, long count)
+{
+    for (long i = 0; i < count; ++i)
+        writer_.row(rows + static_cast<std::size_t>(i) * rowSamples_);
+}
+
+// ---------------------------------------------------------------------------
+
+ProgressBar::ProgressBar(std::string label)
+    : label_(std::move(label)), start_(std::chrono::steady_clock::now()), terminal_(isatty(STDERR_FILENO) == 1)
+{
+}
+
+ProgressBar::~ProgressBar()
+{
+    if (drawn_)
+        std::cerr << "\r\033[K" << std::flush;
+}
+
+void ProgressBar::update(long done, long total)
+{
+    if (!terminal_ || total <= 0)
+        return;
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    if (seconds < 1.0)
+        return;
+    constexpr int kWidth = 30;
+    const int filled = static_cast<int>(kWidth * done / total);
+    std::cerr << "\r" << label_ << " [" << std::string(static_cast<std::size_t>(filled), '#')
+              << std::string(static_cast<std::size_t>(kWidth - filled), '.') << "] " << done << "/" << total
+              << " tiles" << std::flush;
+    drawn_ = true;
+}
+
+// ---------------------------------------------------------------------------
+
+namespace {
+
+bool fitsOneTransform(const std::string& path, const kxio::Region& region)
+{
+    if (!region.whole())
+        return true;   // read as a region, within the transform's limit
+    const kxio::ImageInfo info = kxio::readInfo(path);
+    return info.width <= kfMaxTransformSide && info.height <= kfMaxTransformSide;
+}
+
+kxFrequencyBuffer welchOf(const std::string& path)
+{
+    FileRowSource source(path, [](const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); });
+    try {
+        return kfWelchSpectrum(source);
+    } catch (const kxException& e) {
+        throw CommandError(path + ": " + e.what());
+    }
+}
+
+}  // namespace
+
+kxFrequencyBuffer pictureSpectrum(const std::string& path, const kxio::Region& region, bool mirror,
+                                  bool magnitudeOnly)
+{
+    kxFrequencyBuffer spectrum;
+    if (fitsOneTransform(path, region)) {
+        forward(readInput(path, region), mirror ? Padding::Mirror : Padding::Zero, spectrum);
+        return spectrum;
+    }
+    if (!magnitudeOnly)
+        throw CommandError(path + ": an image larger than " + std::to_string(kfMaxTransformSide) +
+                           " in a side has an averaged magnitude spectrum only; use --region X,Y,W,H for the "
+                           "other parts");
+    return welchOf(path);
+}
+
+std::vector<kxPeriodicComponent> componentsOf(const std::string& path, const kxio::Region& region,
+                                              const kxPeriodicSearchOptions& search)
+{
+    if (fitsOneTransform(path, region)) {
+        const kxio::GreyImage image = readInput(path, region);
+        return image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
+                               : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+    }
+    return kfFindPeriodicComponents(welchOf(path), search);
+}
+
+kxio::GreyImage filterPlaneTiled(const kxio::GreyImage& plane, const kxFilterDescription& filter,
+                                 const kxTileOptions& options, kxTileReport& report)
+{
+    kxio::GreyImage out;
+    out.bits = plane.bits;
+    if (plane.bits == 8) {
+        out.pixels8 = kxPelBuffer<unsigned char>(plane.width(), plane.height());
+        report = kf_FilterTiled(kxImageView<const unsigned char>(kfImageView<unsigned char>(plane.pixels8)), filter,
+                                kfImageView<unsigned char>(out.pixels8), options);
+    } else {
+        out.pixels16 = kxPelBuffer<unsigned short>(plane.width(), plane.height());
+        report = kf_FilterTiled(kxImageView<const unsigned short>(kfImageView<unsigned short>(plane.pixels16)),
+                                filter, kfImageView<unsigned short>(out.pixels16), options);
+    }
+    return out;
+}
+
+}  // namespace kxcli
