@@ -672,6 +672,7 @@ kxTileOptions tilingOption(const Options& options, long jobs)
     tiling.tile = options.integer("--tile", kfMaxTileSide, 1, 1L << 30);
     tiling.jobs = static_cast<unsigned>(jobs);
     const kxBandRejectDescription any;   // the checks do not depend on the filter
+    tiling.margin = 0;                   // the tile alone first
     try {
         kfTileMargin(any, eSampleU16, tiling);
     } catch (const kxFrequencyDefs::InvalidArgument& e) {

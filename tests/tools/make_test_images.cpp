@@ -36,6 +36,10 @@
 //                                             inverted
 //   make_test_images channel IN C OUT         channel C of IN as a grey image
 //   make_test_images grey IN OUT              IN read as grey (luminance)
+//   make_test_images strip OUT W H            a large 8-bit image with oblique
+//                                             stripes, written row by row
+//   make_test_images diff A B                 largest difference and the number
+//                                             of pixels that differ
 #include "image_io.h"
 
 #include <kx/fft.h>
@@ -544,6 +548,51 @@ int channel(const std::string& in, int c, const std::string& out)
     return 0;
 }
 
+int strip(const std::string& out, long w, long h)
+{
+    // Separable tables: the stripes' cosine as cos(a + b) = cos a cos b - sin a sin b.
+    const double kx = 2 * kPi * std::cos(kPi / 6) / 9, ky = 2 * kPi * std::sin(kPi / 6) / 9;
+    std::vector<double> sx(static_cast<std::size_t>(w)), cx(sx.size()), scene(sx.size());
+    for (long x = 0; x < w; ++x) {
+        cx[static_cast<std::size_t>(x)] = std::cos(kx * x);
+        sx[static_cast<std::size_t>(x)] = std::sin(kx * x);
+        scene[static_cast<std::size_t>(x)] = 50 * std::sin(x * 0.013);
+    }
+    ImageWriter writer(out, formatFor(out), ImageInfo{w, h, 8, formatFor(out), 1});
+    std::vector<unsigned char> row(static_cast<std::size_t>(w));
+    for (long y = 0; y < h; ++y) {
+        const double cy = std::cos(ky * y), sy = std::sin(ky * y), vary = std::cos(y * 0.007);
+        for (long x = 0; x < w; ++x) {
+            const std::size_t i = static_cast<std::size_t>(x);
+            const unsigned long hash = (static_cast<unsigned long>(x) * 73856093UL) ^ (static_cast<unsigned long>(y) * 19349663UL);
+            const double noise = static_cast<double>((hash >> 7) % 9);   // no period of its own
+            const double v = 110 + scene[i] * vary + noise + 15 * (cx[i] * cy - sx[i] * sy);
+            row[i] = static_cast<unsigned char>(std::lround(v));
+        }
+        writer.row(row.data());
+    }
+    writer.commit();
+    return 0;
+}
+
+int diff(const std::string& a, const std::string& b)
+{
+    ReadLimits limits{kMaxSide, ""};
+    const GreyImage x = readImage(a, Region{}, limits), y = readImage(b, Region{}, limits);
+    if (x.width() != y.width() || x.height() != y.height())
+        throw ImageError("the images differ in size");
+    double largest = 0;
+    long count = 0;
+    for (long j = 0; j < x.height(); ++j)
+        for (long i = 0; i < x.width(); ++i) {
+            const double d = std::fabs(pel(x, i, j) - pel(y, i, j));
+            largest = std::max(largest, d);
+            count += d > 0;
+        }
+    std::cout << "largest " << largest << " differing " << count << "\n";
+    return 0;
+}
+
 int grey(const std::string& in, const std::string& out)
 {
     writeImage(out, readImage(in, Region{}, ReadLimits{kMaxSide, ""}, [](const std::string&) {}));
@@ -591,6 +640,10 @@ int main(int argc, char** argv)
             return colourise(a[1], a[2], a[3]);
         if (a.size() == 4 && a[0] == "channel")
             return channel(a[1], std::atoi(a[2].c_str()), a[3]);
+        if (a.size() == 4 && a[0] == "strip")
+            return strip(a[1], std::atol(a[2].c_str()), std::atol(a[3].c_str()));
+        if (a.size() == 3 && a[0] == "diff")
+            return diff(a[1], a[2]);
         if (a.size() == 3 && a[0] == "grey")
             return grey(a[1], a[2]);
         if (a.size() == 6 && a[0] == "grating")
