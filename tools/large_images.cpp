@@ -179,8 +179,6 @@ void ProgressBar::update(long done, long total)
 
 // ---------------------------------------------------------------------------
 
-namespace {
-
 bool fitsOneTransform(const std::string& path, const kxio::Region& region)
 {
     if (!region.whole())
@@ -189,42 +187,16 @@ bool fitsOneTransform(const std::string& path, const kxio::Region& region)
     return info.width <= kfMaxTransformSide && info.height <= kfMaxTransformSide;
 }
 
-kxFrequencyBuffer welchOf(const std::string& path)
+kxFrequencyBuffer welchSpectrumOf(const std::string& path, const kxWindow& window)
 {
     FileRowSource source(path, [](const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); });
+    kxWelchOptions options;
+    options.window = window;
     try {
-        return kfWelchSpectrum(source);
+        return kfWelchSpectrum(source, options);
     } catch (const kxException& e) {
         throw CommandError(path + ": " + e.what());
     }
-}
-
-}  // namespace
-
-kxFrequencyBuffer pictureSpectrum(const std::string& path, const kxio::Region& region, bool mirror,
-                                  bool magnitudeOnly)
-{
-    kxFrequencyBuffer spectrum;
-    if (fitsOneTransform(path, region)) {
-        forward(readInput(path, region), mirror ? Padding::Mirror : Padding::Zero, spectrum);
-        return spectrum;
-    }
-    if (!magnitudeOnly)
-        throw CommandError(path + ": an image larger than " + std::to_string(kfMaxTransformSide) +
-                           " in a side has an averaged magnitude spectrum only; use --region X,Y,W,H for the "
-                           "other parts");
-    return welchOf(path);
-}
-
-std::vector<kxPeriodicComponent> componentsOf(const std::string& path, const kxio::Region& region,
-                                              const kxPeriodicSearchOptions& search)
-{
-    if (fitsOneTransform(path, region)) {
-        const kxio::GreyImage image = readInput(path, region);
-        return image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
-                               : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
-    }
-    return kfFindPeriodicComponents(welchOf(path), search);
 }
 
 kxio::GreyImage filterPlaneTiled(const kxio::GreyImage& plane, const kxFilterDescription& filter,

@@ -68,16 +68,12 @@ private:
     bool drawn_ = false;
 };
 
-// The spectrum `spectrum` pictures: one transform of the image (or region)
-// when it fits, else the Welch average of its 1024 x 1024 tiles (streamed
-// from the file), which has a magnitude only; `magnitudeOnly` says whether
-// that will do.
-kxFrequencyBuffer pictureSpectrum(const std::string& path, const kxio::Region& region, bool mirror,
-                                  bool magnitudeOnly);
-// The periodic components of an image of any size: found on one transform
-// when it fits, else on the Welch spectrum (streamed from the file).
-std::vector<kxPeriodicComponent> componentsOf(const std::string& path, const kxio::Region& region,
-                                              const kxPeriodicSearchOptions& search);
+// Whether an image (or the region of it, always within the limit) fits in
+// one transform; larger ones are analysed on their Welch spectrum.
+bool fitsOneTransform(const std::string& path, const kxio::Region& region);
+// The Welch-averaged spectrum of an image file, streamed: its overlapping
+// 1024 x 1024 tiles, each freed of its mean and multiplied by `window`.
+kxFrequencyBuffer welchSpectrumOf(const std::string& path, const kxWindow& window);
 
 // One plane in memory filtered tile by tile into a plane of the same depth.
 kxio::GreyImage filterPlaneTiled(const kxio::GreyImage& plane, const kxFilterDescription& filter,
