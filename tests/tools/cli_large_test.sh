@@ -96,14 +96,25 @@ if [ "${KXFREQ_SKIP_STRIP:-0}" = 1 ]; then
   echo "note: the 4096 x 30000 strip is left out here"
 else
   "$helper" strip "$w/strip.pgm" 4096 30000 || fail "strip"
-  if /usr/bin/time -v "$kx" filter "$w/strip.pgm" -o "$w/strip-out.pgm" --gabor-reject --angle 30 --period 9 \
-       > /dev/null 2> "$w/time.txt"; then
+  # Run on a terminal (script's), where a job this long draws a progress bar.
+  run=("$kx" filter "$w/strip.pgm" -o "$w/strip-out.pgm" --gabor-reject --angle 30 --period 9)
+  if command -v script > /dev/null; then
+    script -qec "/usr/bin/time -v -o '$w/time.txt' ${run[*]}" "$w/terminal.txt" > /dev/null
+  else
+    /usr/bin/time -v -o "$w/time.txt" "${run[@]}" > /dev/null 2>&1
+  fi
+  if [ -s "$w/strip-out.pgm" ]; then
     kb=$(sed -n 's/.*Maximum resident set size (kbytes): //p' "$w/time.txt")
     secs=$(sed -n 's/.*Elapsed (wall clock) time (h:mm:ss or m:ss): //p' "$w/time.txt")
     echo "4096 x 30000 strip: peak $((kb / 1024)) MB, $secs"
     check "the strip is filtered in at most 256 MB ($((kb / 1024)) MB)" [ "$kb" -le $((256 * 1024)) ]
     read -r ow oh _ <<< "$("$helper" info "$w/strip-out.pgm" 2>/dev/null | head -1)"
     check "the strip's result is 4096 x 30000 ($ow x $oh)" [ "$ow x $oh" = "4096 x 30000" ]
+    if [ -f "$w/terminal.txt" ]; then
+      bars=$(tr '\r' '\n' < "$w/terminal.txt" | grep -c "tiles$")
+      check "a progress bar on the terminal ($bars updates)" [ "$bars" -gt 0 ]
+      check "the bar ends erased, the result line after it" grep -q "strip-out.pgm (" "$w/terminal.txt"
+    fi
   else
     fail "strip: $(tail -3 "$w/time.txt")"
   fi
