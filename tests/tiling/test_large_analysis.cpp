@@ -6,6 +6,7 @@
 #include "tiling_reference.h"
 
 #include <cmath>
+#include <cstdio>
 
 using namespace kxtest;
 
@@ -61,6 +62,7 @@ TEST(WelchSpectrum, FindsAnInterferenceOnALargeImage)
     EXPECT_NEAR(found[0].fx, frequency * std::cos(kAngle), 0.002);
     EXPECT_NEAR(found[0].fy, frequency * std::sin(kAngle), 0.002);
     EXPECT_NEAR(found[0].frequency, frequency, 0.002);
+    std::printf("interference %.5f found at %.5f cycles per pixel\n", frequency, found[0].frequency);
 }
 
 TEST(WelchSpectrum, SameForAnyJobsAndOnTheScaleOfOneTile)
@@ -148,4 +150,89 @@ TEST(TextureRemoval, RemovesAPatternFromALargeImage)
         }
     const double rms = std::sqrt(squares / ((h / 7 + 1) * (w / 7 + 1)));
     EXPECT_LT(rms, 2.5);
+}
+
+namespace {
+
+// A random scene that can be drawn at any sub-pixel shift: Gaussian blobs
+// of 2 to 16 pixels at random places, each drawn where it exceeds 1e-4.
+class SmoothScene {
+public:
+    SmoothScene()
+    {
+        std::uint64_t state = 12345;
+        auto next = [&] {
+            state = state * 6364136223846793005ull + 1442695040888963407ull;
+            return static_cast<double>(state >> 11) / 9007199254740992.0;
+        };
+        for (int i = 0; i < 9000; ++i)
+            blobs_.push_back({-1500.0 + 7500.0 * next(), -1500.0 + 5600.0 * next(), 2.0 + 14.0 * next(),
+                              80.0 * (next() - 0.5)});
+    }
+    // The scene moved by (dx, dy): pixel (x, y) shows the scene at (x - dx, y - dy).
+    kxPelBuffer<double> image(long w, long h, double dx, double dy) const
+    {
+        kxPelBuffer<double> out(w, h);
+        kfPelSet<double>(out, 100.0);
+        for (const Blob& b : blobs_) {
+            const double cx = b.x + dx, cy = b.y + dy, reach = 4.3 * b.sigma;
+            const long x0 = std::max(0L, static_cast<long>(std::floor(cx - reach)));
+            const long x1 = std::min(w - 1, static_cast<long>(std::ceil(cx + reach)));
+            const long y0 = std::max(0L, static_cast<long>(std::floor(cy - reach)));
+            const long y1 = std::min(h - 1, static_cast<long>(std::ceil(cy + reach)));
+            const double k = -1.0 / (2.0 * b.sigma * b.sigma);
+            for (long y = y0; y <= y1; ++y)
+                for (long x = x0; x <= x1; ++x) {
+                    const double ddx = x - cx, ddy = y - cy;
+                    out(x, y) += b.amplitude * std::exp((ddx * ddx + ddy * ddy) * k);
+                }
+        }
+        return out;
+    }
+
+private:
+    struct Blob {
+        double x, y, sigma, amplitude;
+    };
+    std::vector<Blob> blobs_;
+};
+
+}  // namespace
+
+TEST(LargeRegistration, CoarseThenSubPixelBeyond2048)
+{
+    const long w = 4500, h = 2600;
+    const SmoothScene scene;
+    const kxPelBuffer<double> reference = scene.image(w, h, 0.0, 0.0);
+    for (auto shift : {std::pair<double, double>(310.37, -145.62), std::pair<double, double>(-1201.5, 402.25)}) {
+        const kxPelBuffer<double> moving = scene.image(w, h, shift.first, shift.second);
+        const kxPhaseCorrelation found = kfPhaseCorrelateLarge(kfImageView(reference), kfImageView(moving));
+        EXPECT_NEAR(found.dx, shift.first, 0.05);
+        EXPECT_NEAR(found.dy, shift.second, 0.05);
+        // Two windowed views of one scene: well above the few hundredths of
+        // unrelated images.
+        EXPECT_GT(found.confidence, 0.1);
+        std::printf("shift %.2f, %.2f found %.4f, %.4f (confidence %.3f)\n", shift.first, shift.second, found.dx,
+                    found.dy, found.confidence);
+    }
+}
+
+TEST(LargeRegistration, SmallImagesAreCorrelatedWholeAndBadInputRefused)
+{
+    const SmoothScene scene;
+    const kxPelBuffer<double> reference = scene.image(600, 400, 0.0, 0.0), moving = scene.image(600, 400, 12.0, -7.0);
+    const kxPhaseCorrelation large = kfPhaseCorrelateLarge(kfImageView(reference), kfImageView(moving));
+    const kxPhaseCorrelation whole = kfPhaseCorrelate<double>(reference, moving);
+    EXPECT_EQ(large.dx, whole.dx);
+    EXPECT_EQ(large.dy, whole.dy);
+    const kxPelBuffer<double> other(600, 399);
+    expectError<kxFrequencyDefs::InvalidSize>(
+        [&] { kfPhaseCorrelateLarge(kfImageView(reference), kfImageView(other)); },
+        "The images must have the same size, at least 1 x 1.");
+    kxLargeRegistrationOptions options;
+    options.window = 1000;
+    const kxPelBuffer<double> big(3000, 100);
+    expectError<kxFrequencyDefs::InvalidArgument>(
+        [&] { kfPhaseCorrelateLarge(kfImageView(big), kfImageView(big), options); },
+        "Window must be a power of two from 64 to 2048, not 1000.");
 }

@@ -285,7 +285,11 @@ struct kxTileOptions {
     /// filtered image; the same plus mid-grey (128 or 32768) for integer
     /// results (floating-point results are the real part as it is); or the
     /// magnitude. Integer results are rounded and clamped to the pixel
-    /// range; floating-point ones are not rounded.
+    /// range; floating-point ones are not rounded. On tiles, a filter whose
+    /// gain is real and the same at f and -f (all but the Gabor pass filter)
+    /// filters two tiles in one transform, as its real and imaginary parts;
+    /// the imaginary part of its result is then taken as 0 (it is rounding
+    /// noise), so that its magnitude is the real part's absolute value.
     enum Output : int { eReal = 0, eSigned = 1, eMagnitude = 2 };
 
     long tile = kfMaxTileSide;   ///< tile side: a power of two, kfMinTileSide to kfMaxTileSide
@@ -325,7 +329,7 @@ KXFREQ_API long kfTileMargin(const kxFilterDescription& filter, kxSampleType out
 /// @throws kxFrequencyDefs::InvalidArgument for bad options (see
 ///         kfTileMargin), an untileable filter on an image larger than one
 ///         tile, a sample type the source or sink does not take;
-///         kxFrequencyDefs::InvalidSize for an empty image.
+///         kxFrequencyDefs::InvalidSize for an empty image or a side of 2^31 or more.
 KXFREQ_API kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
                                       kxSampleType outputType, const kxTileOptions& options = kxTileOptions());
 
@@ -432,4 +436,48 @@ std::vector<kxPeriodicComponent> kfRemovePeriodicTextureTiled(const kxImageView<
     notches.minSigma = removal.minSigma;
     kfFilterTiled(image, notches, result, tiling);
     return notches.components;
+}
+
+// ---------------------------------------------------------------------------
+// Registration of images of any size
+
+/// How kfPhaseCorrelateLarge registers two large images.
+struct kxLargeRegistrationOptions {
+    long window = 1024;   ///< side of the full-resolution windows, a power of two from 64 to 2048
+    kxPhaseCorrelationOptions correlation;   ///< window and mean removal of each correlation
+};
+
+// Non-template workers behind kfPhaseCorrelateLarge.
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const unsigned char>& reference,
+                                                     const kxImageView<const unsigned char>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const unsigned short>& reference,
+                                                     const kxImageView<const unsigned short>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const float>& reference,
+                                                     const kxImageView<const float>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const double>& reference,
+                                                     const kxImageView<const double>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+
+/// The translation between two images of the same size, any size, with the
+/// convention of kfPhaseCorrelate (moving(x + dx, y + dy) = reference(x, y)).
+///
+/// Images up to 2048 in a side are correlated whole (kfPhaseCorrelate).
+/// Larger ones are first reduced by the smallest whole factor r that brings
+/// them within 2048 (each r x r block averaged) and correlated there, which
+/// gives the shift to about r pixels; then a window of `options.window`
+/// pixels in the middle of the part both images share is correlated at full
+/// resolution, the moving image's window displaced by the coarse shift, and
+/// the residual gives the sub-pixel shift. The confidence is the window's.
+/// @throws kxFrequencyDefs::InvalidSize for images of different or empty
+///         sizes, or when the images share less than a 64 x 64 window;
+///         kxFrequencyDefs::InvalidArgument for bad options.
+template <typename T>
+kxPhaseCorrelation kfPhaseCorrelateLarge(const kxImageView<T>& reference, const kxImageView<T>& moving,
+                                         const kxLargeRegistrationOptions& options = kxLargeRegistrationOptions())
+{
+    using C = kxImageView<const std::remove_const_t<T>>;
+    return kf_PhaseCorrelateLarge(C(reference), C(moving), options);
 }
