@@ -66,9 +66,9 @@ const CommandTable kFilterCommand{
          "finds each image's periodic components (as 'kxfreq\n"
          "peaks' lists them) and removes them with their\n"
          "harmonics, up to the image's borders; takes only\n"
-         "--max, --region, --color, --quality, --jobs and\n"
-         "--json (colour images: found on the luminance,\n"
-         "removed from every channel)"},
+         "--max, --region, --color, --quality, --tile,\n"
+         "--margin, --jobs and --json (colour images: found\n"
+         "on the luminance, removed from every channel)"},
         kMaxComponentsOption,
         {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
         {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},

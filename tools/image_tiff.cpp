@@ -269,7 +269,7 @@ void readTiff(ByteSource& source, RowSink& sink)
         const long tx0 = sink.firstColumn() / tileWidth * tileWidth;
         const long bandWidth = std::min<long>(w, (sink.endColumn() + tileWidth - 1) / tileWidth * tileWidth) - tx0;
         if (static_cast<std::uint64_t>(bandWidth) * tileHeight * pixelBytes > 4 * kMaxTileBytes)
-            corrupt("bad tile size");
+            fail(name, "TIFF tiles too tall for an image this wide: a row of them would take more than 256 MiB");
         std::vector<unsigned char> band(static_cast<std::size_t>(bandWidth) * tileHeight * pixelBytes);
         const long ty0 = sink.firstRow() / tileHeight * tileHeight;
         for (long ty = ty0; ty < sink.endRow(); ty += tileHeight) {
