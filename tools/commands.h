@@ -62,6 +62,8 @@ std::string formatSeconds(double seconds);
 
 // Writes one line to a stream, never interleaved with another thread's line.
 void printLine(std::ostream& stream, const std::string& line);
+// "kxfreq: note: " and the notice, on standard error.
+void printNote(const std::string& notice);
 
 // Reads an image (or the region of it) that the library can transform; a
 // larger image is refused from its header with a hint at --region.

@@ -463,8 +463,9 @@ std::unique_ptr<kxFilterDescription> describe(const FilterChoice& c)
 
 kxTileOptions::Output tiledOutput(OutputMode mode)
 {
-    return mode == OutputMode::Signed ? kxTileOptions::eSigned
-                                      : mode == OutputMode::Magnitude ? kxTileOptions::eMagnitude : kxTileOptions::eReal;
+    if (mode == OutputMode::Signed)
+        return kxTileOptions::eSigned;
+    return mode == OutputMode::Magnitude ? kxTileOptions::eMagnitude : kxTileOptions::eReal;
 }
 
 // Whether an image of this header (or the region of it) is larger than one
@@ -524,7 +525,7 @@ void filterLarge(const std::string& in, const std::string& out, const kxio::Imag
                 notches = std::make_unique<kxPeriodicRejectDescription>(
                     texturesOf(kfWelchSpectrum(first, welch), choice, outcome.removed));
             }
-            FileRowSource source(in);
+            FileRowSource source(in, printNote);
             FileRowSink sink(out, kxio::ImageInfo{info.width, info.height, info.bits, kxio::formatFor(out), 1},
                              settings.write);
             outcome.report = kfFilterTiled(source, notches ? *notches : *description, sink,
@@ -562,8 +563,7 @@ void filterLarge(const std::string& in, const std::string& out, const kxio::Imag
             });
         }
         if (image.colour())
-            printLine(std::cerr, "kxfreq: note: " + in + ": " +
-                                     colourNote(image, settings.colour, choice.kind == Kind::RemoveTexture));
+            printNote(in + ": " + colourNote(image, settings.colour, choice.kind == Kind::RemoveTexture));
         kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
     } catch (const kxException& e) {
         throw CommandError(in + ": " + e.what());
@@ -593,8 +593,7 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
         throw CommandError(in + ": " + e.what());
     }
     if (image.colour())
-        printLine(std::cerr, "kxfreq: note: " + in + ": " +
-                                 colourNote(image, settings.colour, settings.choice.kind == Kind::RemoveTexture));
+        printNote(in + ": " + colourNote(image, settings.colour, settings.choice.kind == Kind::RemoveTexture));
     kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
 }
 
@@ -801,8 +800,9 @@ int runFilter(const std::vector<std::string>& args)
         const std::string out = toDirectory ? (fs::path(output) / fs::path(in).filename()).string() : output;
         const kxio::Format format = kxio::formatFor(out);
         if (settings.colourGiven && settings.colour != ColourMode::Grey && !kxio::holdsColour(format))
-            optionError("--color", std::string(colourModeName(settings.colour)) + " needs an output that holds colour (" +
-                                       out + " is PGM): use .png, .tif or .jpg, or --color grey");
+            optionError("--color", std::string(colourModeName(settings.colour)) +
+                                       " needs an output that holds colour (" + out +
+                                       " is PGM): use .png, .tif or .jpg, or --color grey");
         if (options.has("--quality") && format != kxio::Format::Jpeg)
             optionError("--quality", "used only for .jpg/.jpeg outputs, not " + out);
         if (fs::equivalent(in, out, ec))
@@ -819,10 +819,8 @@ int runFilter(const std::vector<std::string>& args)
         settings.choice.loaded = loadFilter(settings.choice.source);
     } else if (settings.choice.kind == Kind::Transfer) {
         try {
-            settings.choice.gain = kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{},
-                                                   [](const std::string& notice) {
-                                                       printLine(std::cerr, "kxfreq: note: " + notice);
-                                                   });
+            settings.choice.gain =
+                kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{}, printNote);
         } catch (const kxio::ImageError& e) {
             optionError("--transfer", e.what());
         }

@@ -110,8 +110,9 @@ public:
     {
         // What is still buffered counts too.
         struct stat status {};
-        return std::fflush(file_) == 0 && fstat(fileno(file_), &status) == 0 ? static_cast<std::uint64_t>(status.st_size)
-                                                                               : 0;
+        if (std::fflush(file_) != 0 || fstat(fileno(file_), &status) != 0)
+            return 0;
+        return static_cast<std::uint64_t>(status.st_size);
     }
 
 private:

@@ -189,7 +189,7 @@ bool fitsOneTransform(const std::string& path, const kxio::Region& region)
 
 kxFrequencyBuffer welchSpectrumOf(const std::string& path, const kxWindow& window)
 {
-    FileRowSource source(path, [](const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); });
+    FileRowSource source(path, printNote);
     kxWelchOptions options;
     options.window = window;
     try {

@@ -118,9 +118,9 @@ kxio::ReadLimits transformLimits()
     return limits;
 }
 
-void printNote(const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); }
-
 }  // namespace
+
+void printNote(const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); }
 
 kxio::GreyImage readInput(const std::string& path, const kxio::Region& region)
 {

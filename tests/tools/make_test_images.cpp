@@ -564,7 +564,8 @@ int strip(const std::string& out, long w, long h)
         const double cy = std::cos(ky * y), sy = std::sin(ky * y), vary = std::cos(y * 0.007);
         for (long x = 0; x < w; ++x) {
             const std::size_t i = static_cast<std::size_t>(x);
-            const unsigned long hash = (static_cast<unsigned long>(x) * 73856093UL) ^ (static_cast<unsigned long>(y) * 19349663UL);
+            const unsigned long hash =
+                (static_cast<unsigned long>(x) * 73856093UL) ^ (static_cast<unsigned long>(y) * 19349663UL);
             const double noise = static_cast<double>((hash >> 7) % 9);   // no period of its own
             const double v = 110 + scene[i] * vary + noise + 15 * (cx[i] * cy - sx[i] * sy);
             row[i] = static_cast<unsigned char>(std::lround(v));

@@ -500,8 +500,9 @@ std::vector<unsigned char> withOrientation(const std::vector<unsigned char>& jpe
 {
     std::vector<unsigned char> tiff = little ? std::vector<unsigned char>{'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0}
                                              : std::vector<unsigned char>{'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1};
-    const unsigned char entryLittle[12] = {0x12, 0x01, 3, 0, 1, 0, 0, 0, static_cast<unsigned char>(orientation), 0, 0, 0};
-    const unsigned char entryBig[12] = {0x01, 0x12, 0, 3, 0, 0, 0, 1, 0, static_cast<unsigned char>(orientation), 0, 0};
+    const auto o = static_cast<unsigned char>(orientation);
+    const unsigned char entryLittle[12] = {0x12, 0x01, 3, 0, 1, 0, 0, 0, o, 0, 0, 0};
+    const unsigned char entryBig[12] = {0x01, 0x12, 0, 3, 0, 0, 0, 1, 0, o, 0, 0};
     tiff.insert(tiff.end(), little ? entryLittle : entryBig, (little ? entryLittle : entryBig) + 12);
     tiff.insert(tiff.end(), 4, 0);   // no next directory
     std::vector<unsigned char> app1{'E', 'x', 'i', 'f', 0, 0};
