@@ -97,6 +97,13 @@ if [ $has_tiff = 1 ]; then
     read -r tw th tb _ <<< "$("$helper" info "$w/rt$bits.tif")"
     check "tiff $bits round trip keeps TIFF, size and depth ($tw x $th, $tb bits)" [ "$(head -c 2 "$w/rt$bits.tif")$tb" = "II$bits" ]
   done
+  # streamed into tiled filtering (tiles of 64 for these small files): TIFF in
+  # tiles or strips gives the PGM's result, bit for bit
+  expect_ok "ref16 tiled" "$kx" filter "$w/ref16.pgm" -o "$w/ref16-tiled.pgm" --band-pass --tile 64 --margin 8
+  for f in strips16 tiles16; do
+    expect_ok "$f streamed" "$kx" filter "$w/$f.tif" -o "$w/$f-tiled.pgm" --band-pass --tile 64 --margin 8
+    check "$f streamed through tiles equals the PGM's result" cmp -s "$w/$f-tiled.pgm" "$w/ref16-tiled.pgm"
+  done
   # the tiled file's region, read tile row by tile row
   expect_ok "tiff region" "$kx" roundtrip "$w/tiles16.tif" -o "$w/part.tif" --region 13,9,40,30
   expect_ok "pgm region" "$kx" roundtrip "$w/ref16.pgm" -o "$w/part.pgm" --region 13,9,40,30
