@@ -69,16 +69,18 @@ kxio::Image addLuminanceChange(const kxio::Image& image, const kxPelBuffer<doubl
     });
 }
 
-std::string colourNote(const kxio::Image& image, ColourMode mode, bool textureRemoval)
+std::string colourNote(int channels, ColourMode mode, bool textureRemoval)
 {
-    const std::string alpha = image.hasAlpha() ? ", alpha kept" : "";
-    const std::string channels = std::to_string(image.colourPlanes()) + " channels";
+    kxio::Image shape;
+    shape.planes.resize(static_cast<std::size_t>(channels));
+    const std::string alpha = shape.hasAlpha() ? ", alpha kept" : "";
+    const std::string colour = std::to_string(shape.colourPlanes()) + " channels";
     if (textureRemoval)
-        return "colour image: periodic components found on its luminance and removed from each of its " + channels +
+        return "colour image: periodic components found on its luminance and removed from each of its " + colour +
                alpha;
     if (mode == ColourMode::Luminance)
         return "colour image: its luminance filtered, chroma kept" + alpha;
-    return "colour image: each of its " + channels + " filtered alone" + alpha;
+    return "colour image: each of its " + colour + " filtered alone" + alpha;
 }
 
 }  // namespace kxcli

@@ -36,6 +36,7 @@ kxio::Image addLuminanceChange(const kxio::Image& image, const kxPelBuffer<doubl
 
 // What was done to a colour image, for the note: "each of its 3 channels
 // filtered alone, alpha kept" and the like.
-std::string colourNote(const kxio::Image& image, ColourMode mode, bool textureRemoval);
+// `channels` counts alpha (1 to 4, as kxio::Image numbers them).
+std::string colourNote(int channels, ColourMode mode, bool textureRemoval);
 
 }  // namespace kxcli

@@ -533,6 +533,14 @@ void filterLarge(const std::string& in, const std::string& out, const kxio::Imag
             sink.commit();
             return;
         }
+        if (description && settings.region.whole() && settings.colour == ColourMode::PerChannel) {
+            // Each channel streamed alone; alpha copied.
+            outcome.width = info.width;
+            outcome.height = info.height;
+            outcome.report = filterChannelsStreamed(in, out, *description, tiling, settings.write);
+            printNote(in + ": " + colourNote(info.channels, settings.colour, false));
+            return;
+        }
         kxio::ReadLimits limits;
         limits.maxSide = kxio::kMaxSide;
         const kxio::Image image = channels == kxio::Channels::Grey
@@ -563,7 +571,7 @@ void filterLarge(const std::string& in, const std::string& out, const kxio::Imag
             });
         }
         if (image.colour())
-            printNote(in + ": " + colourNote(image, settings.colour, choice.kind == Kind::RemoveTexture));
+            printNote(in + ": " + colourNote(image.channels(), settings.colour, choice.kind == Kind::RemoveTexture));
         kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
     } catch (const kxException& e) {
         throw CommandError(in + ": " + e.what());
@@ -593,7 +601,7 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
         throw CommandError(in + ": " + e.what());
     }
     if (image.colour())
-        printNote(in + ": " + colourNote(image, settings.colour, settings.choice.kind == Kind::RemoveTexture));
+        printNote(in + ": " + colourNote(image.channels(), settings.colour, settings.choice.kind == Kind::RemoveTexture));
     kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
 }
 

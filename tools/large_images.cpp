@@ -3,6 +3,8 @@
 #include "commands.h"
 
 #include <condition_variable>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <exception>
@@ -21,17 +23,28 @@ class FileRowSource::Queue : public kxio::RowTarget {
 public:
     static constexpr std::size_t kDepth = 64;
 
-    Queue(const std::string& path, const kxio::Notice& notice) : path_(path), notice_(notice) {}
+    Queue(const std::string& path, const kxio::Notice& notice, int channel)
+        : path_(path), notice_(notice), channel_(channel)
+    {
+    }
 
     void start(const kxio::ImageInfo& info) override
     {
-        rowBytes_ = static_cast<std::size_t>(info.width) * (info.bits / 8);
+        width_ = info.width;
+        bytes_ = info.bits / 8;
+        channels_ = info.channels;
+        rowBytes_ = static_cast<std::size_t>(width_) * bytes_;
     }
 
     void row(long, const void* samples) override
     {
+        // One channel of interleaved samples, or the grey row as it is.
         const auto* bytes = static_cast<const unsigned char*>(samples);
-        std::vector<unsigned char> copy(bytes, bytes + rowBytes_);
+        std::vector<unsigned char> copy(rowBytes_);
+        const int c = channel_ < 0 ? 0 : channel_;
+        for (long x = 0; x < width_; ++x)
+            std::memcpy(&copy[static_cast<std::size_t>(x * bytes_)], bytes + (x * channels_ + c) * bytes_,
+                        static_cast<std::size_t>(bytes_));
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait(lock, [&] { return rows_.size() < kDepth || closed_; });
         if (closed_)
@@ -44,7 +57,7 @@ public:
     {
         thread_ = std::thread([this] {
             try {
-                streamImage(path_, *this, kxio::Channels::Grey, notice_);
+                streamImage(path_, *this, channel_ < 0 ? kxio::Channels::Grey : kxio::Channels::Keep, notice_);
             } catch (const Closed&) {
             } catch (...) {
                 const std::lock_guard<std::mutex> lock(mutex_);
@@ -89,6 +102,9 @@ private:
 
     std::string path_;
     kxio::Notice notice_;
+    int channel_;
+    long width_ = 0;
+    int bytes_ = 1, channels_ = 1;
     std::size_t rowBytes_ = 0;
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -99,10 +115,14 @@ private:
     std::thread thread_;
 };
 
-FileRowSource::FileRowSource(const std::string& path, const kxio::Notice& notice)
-    : info_(kxio::readInfo(path)), queue_(std::make_unique<Queue>(path, notice))
+FileRowSource::FileRowSource(const std::string& path, const kxio::Notice& notice, int channel)
+    : info_(kxio::readInfo(path)), queue_(std::make_unique<Queue>(path, notice, channel))
 {
-    queue_->start(info_);
+    if (channel >= info_.channels)
+        throw kxio::ImageError(path + ": has no channel " + std::to_string(channel));
+    kxio::ImageInfo delivered = info_;
+    delivered.channels = channel < 0 ? 1 : info_.channels;
+    queue_->start(delivered);
     queue_->run();
 }
 
@@ -197,6 +217,95 @@ kxFrequencyBuffer welchSpectrumOf(const std::string& path, const kxWindow& windo
     } catch (const kxException& e) {
         throw CommandError(path + ": " + e.what());
     }
+}
+
+namespace {
+
+// The rows of one plane in an anonymous temporary file (removed by the
+// system when closed, also when the process dies).
+class SpilledPlane : public kxRowSink {
+public:
+    explicit SpilledPlane(std::size_t rowBytes) : file_(std::tmpfile()), rowBytes_(rowBytes)
+    {
+        if (!file_)
+            throw kxio::ImageError(std::string("cannot make a temporary file: ") + std::strerror(errno));
+    }
+    ~SpilledPlane() override { std::fclose(file_); }
+    SpilledPlane(const SpilledPlane&) = delete;
+    SpilledPlane& operator=(const SpilledPlane&) = delete;
+
+    void write(const unsigned char* rows, long count) override { put(rows, count); }
+    void write(const unsigned short* rows, long count) override { put(rows, count); }
+    // From the first row again, for next().
+    void rewind()
+    {
+        if (std::fflush(file_) != 0 || std::fseek(file_, 0, SEEK_SET) != 0)
+            throw kxio::ImageError(std::string("temporary file: ") + std::strerror(errno));
+    }
+    void next(unsigned char* row)
+    {
+        if (std::fread(row, 1, rowBytes_, file_) != rowBytes_)
+            throw kxio::ImageError("temporary file: cannot read a row back");
+    }
+
+private:
+    void put(const void* rows, long count)
+    {
+        if (std::fwrite(rows, rowBytes_, static_cast<std::size_t>(count), file_) != static_cast<std::size_t>(count))
+            throw kxio::ImageError(std::string("temporary file: ") + std::strerror(errno));
+    }
+
+    std::FILE* file_;
+    std::size_t rowBytes_;
+};
+
+}  // namespace
+
+kxTileReport filterChannelsStreamed(const std::string& in, const std::string& out, const kxFilterDescription& filter,
+                                    const kxTileOptions& options, const kxio::WriteOptions& write)
+{
+    const kxio::ImageInfo info = kxio::readInfo(in);
+    const bool alpha = info.channels == 2 || info.channels == 4;
+    const int colourPlanes = alpha ? info.channels - 1 : info.channels;
+    const int bytes = info.bits / 8;
+    const std::size_t rowBytes = static_cast<std::size_t>(info.width) * bytes;
+    const kxSampleType type = info.bits == 8 ? eSampleU8 : eSampleU16;
+    std::vector<std::unique_ptr<SpilledPlane>> planes;
+    kxTileReport report;
+    for (int c = 0; c < colourPlanes; ++c) {
+        FileRowSource source(in, {}, c);
+        planes.push_back(std::make_unique<SpilledPlane>(rowBytes));
+        report = kfFilterTiled(source, filter, *planes.back(), type, options);
+        planes.back()->rewind();
+    }
+    std::unique_ptr<FileRowSource> alphaSource;
+    if (alpha)
+        alphaSource = std::make_unique<FileRowSource>(in, kxio::Notice{}, info.channels - 1);
+    kxio::ImageInfo shape = info;
+    shape.format = kxio::formatFor(out);
+    kxio::ImageWriter writer(out, shape.format, shape, write);
+    std::vector<unsigned char> plane(rowBytes), row(rowBytes * static_cast<std::size_t>(info.channels));
+    auto interleave = [&](int c) {
+        for (long x = 0; x < info.width; ++x)
+            std::memcpy(&row[static_cast<std::size_t>((x * info.channels + c) * bytes)],
+                        &plane[static_cast<std::size_t>(x * bytes)], static_cast<std::size_t>(bytes));
+    };
+    for (long y = 0; y < info.height; ++y) {
+        for (int c = 0; c < colourPlanes; ++c) {
+            planes[static_cast<std::size_t>(c)]->next(plane.data());
+            interleave(c);
+        }
+        if (alphaSource) {
+            if (bytes == 1)
+                alphaSource->read(plane.data(), 1);
+            else
+                alphaSource->read(reinterpret_cast<unsigned short*>(plane.data()), 1);
+            interleave(info.channels - 1);
+        }
+        writer.row(row.data());
+    }
+    writer.commit();
+    return report;
 }
 
 kxio::GreyImage filterPlaneTiled(const kxio::GreyImage& plane, const kxFilterDescription& filter,

@@ -12,12 +12,15 @@
 
 namespace kxcli {
 
-// The rows of an image file, grey, as a kxRowSource: the file is decoded on
-// a thread of its own a few rows ahead of the reader, so memory holds those
-// rows and not the image. Read errors reach the reader as ImageErrors.
+// The rows of an image file, grey or one of its channels, as a
+// kxRowSource: the file is decoded on a thread of its own a few rows ahead
+// of the reader, so memory holds those rows and not the image. Read errors
+// reach the reader as ImageErrors.
 class FileRowSource : public kxRowSource {
 public:
-    explicit FileRowSource(const std::string& path, const kxio::Notice& notice = {});
+    // `channel` below 0: the image as grey; else that channel (0 to 3, as
+    // kxio::Image numbers them).
+    explicit FileRowSource(const std::string& path, const kxio::Notice& notice = {}, int channel = -1);
     ~FileRowSource() override;
     FileRowSource(const FileRowSource&) = delete;
     FileRowSource& operator=(const FileRowSource&) = delete;
@@ -74,6 +77,13 @@ bool fitsOneTransform(const std::string& path, const kxio::Region& region);
 // The Welch-averaged spectrum of an image file, streamed: its overlapping
 // 1024 x 1024 tiles, each freed of its mean and multiplied by `window`.
 kxFrequencyBuffer welchSpectrumOf(const std::string& path, const kxWindow& window);
+
+// Each colour channel of a file streamed through tiled filtering, alone, into
+// a temporary file of raw rows; then the channels (alpha copied from the
+// input) interleaved into `out` row by row. Memory does not grow with the
+// height; the temporaries hold one plane each. Returns the last report.
+kxTileReport filterChannelsStreamed(const std::string& in, const std::string& out, const kxFilterDescription& filter,
+                                    const kxTileOptions& options, const kxio::WriteOptions& write);
 
 // One plane in memory filtered tile by tile into a plane of the same depth.
 kxio::GreyImage filterPlaneTiled(const kxio::GreyImage& plane, const kxFilterDescription& filter,

@@ -52,7 +52,7 @@ expect_ok "spectrum of a large image" "$kx" spectrum "$w/large.pgm" -o "$w/spect
 read -r sw sh _ <<< "$("$helper" info "$w/spectrum.png")"
 check "the large image's spectrum is the 1024 x 1024 average ($sw x $sh)" [ "$sw x $sh" = "1024 x 1024" ]
 
-# ---- 4. colour: each channel tiled alone
+# ---- 4. colour: each channel streamed and tiled alone, alpha copied
 if [ $has_png = 1 ]; then
   "$helper" crop "$w/large.pgm" 0 0 2040 300 "$w/wide.pgm"
   "$helper" colourise "$w/wide.pgm" "$w/wide.png" alpha
@@ -63,6 +63,13 @@ if [ $has_png = 1 ]; then
     "$helper" channel "$w/wide-out.png" $c "$w/wout$c.pgm"
     check "large colour: channel $c equals it tiled alone" cmp -s "$w/walone$c.pgm" "$w/wout$c.pgm"
   done
+  "$helper" channel "$w/wide.png" 3 "$w/walpha-in.pgm"
+  "$helper" channel "$w/wide-out.png" 3 "$w/walpha-out.pgm"
+  check "large colour: alpha untouched" cmp -s "$w/walpha-in.pgm" "$w/walpha-out.pgm"
+  # the luminance and texture removal hold the image in memory
+  expect_ok "large colour, luminance" "$kx" filter "$w/wide.png" -o "$w/wide-lum.png" "${gabor[@]}" --color luminance
+  expect_ok "large colour, texture" "$kx" filter "$w/wide.png" -o "$w/wide-tex.png" --remove-texture --max 1 --tile 512
+  grep -q "found on its luminance and removed from each of its 3 channels" "$w/err.txt" && pass || fail "large texture note: $(cat "$w/err.txt")"
 fi
 
 # ---- 5. refused options and filters; failures leave no file

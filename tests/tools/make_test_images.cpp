@@ -524,7 +524,7 @@ namespace {
 int colourise(const std::string& in, const std::string& out, const std::string& kind)
 {
     const bool alpha = kind == "alpha", tint = kind == "tint";
-    const GreyImage grey = readImage(in, [](const std::string&) {});
+    const GreyImage grey = readImage(in, Region{}, ReadLimits{kMaxSide, ""}, [](const std::string&) {});
     const long w = grey.width(), h = grey.height();
     const double top = grey.bits == 8 ? 255 : 65535;
     Image image;
