@@ -23,17 +23,19 @@ class FileRowSource::Queue : public kxio::RowTarget {
 public:
     static constexpr std::size_t kDepth = 64;
 
-    Queue(const std::string& path, const kxio::Notice& notice, int channel)
-        : path_(path), notice_(notice), channel_(channel)
+    // `shape`: the image as the decoder will deliver it, from its header.
+    Queue(const std::string& path, const kxio::Notice& notice, int channel, const kxio::ImageInfo& shape)
+        : path_(path), notice_(notice), channel_(channel), width_(shape.width), bytes_(shape.bits / 8),
+          channels_(shape.channels), rowBytes_(static_cast<std::size_t>(width_) * bytes_)
     {
     }
 
+    // On the decoding thread: the shape is only compared, never written, as
+    // the reader uses it meanwhile.
     void start(const kxio::ImageInfo& info) override
     {
-        width_ = info.width;
-        bytes_ = info.bits / 8;
-        channels_ = info.channels;
-        rowBytes_ = static_cast<std::size_t>(width_) * bytes_;
+        if (info.width != width_ || info.bits / 8 != bytes_ || info.channels != channels_)
+            throw kxio::ImageError(path_ + ": the image changed while it was read");
     }
 
     void row(long, const void* samples) override
@@ -102,10 +104,10 @@ private:
 
     std::string path_;
     kxio::Notice notice_;
-    int channel_;
-    long width_ = 0;
-    int bytes_ = 1, channels_ = 1;
-    std::size_t rowBytes_ = 0;
+    const int channel_;
+    const long width_;
+    const int bytes_, channels_;
+    const std::size_t rowBytes_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<std::vector<unsigned char>> rows_;
@@ -115,14 +117,24 @@ private:
     std::thread thread_;
 };
 
-FileRowSource::FileRowSource(const std::string& path, const kxio::Notice& notice, int channel)
-    : info_(kxio::readInfo(path)), queue_(std::make_unique<Queue>(path, notice, channel))
+namespace {
+
+// The shape a decoder delivers a file in: grey, or with all its channels.
+kxio::ImageInfo deliveredShape(const std::string& path, const kxio::ImageInfo& header, int channel)
 {
-    if (channel >= info_.channels)
+    if (channel >= header.channels)
         throw kxio::ImageError(path + ": has no channel " + std::to_string(channel));
-    kxio::ImageInfo delivered = info_;
-    delivered.channels = channel < 0 ? 1 : info_.channels;
-    queue_->start(delivered);
+    kxio::ImageInfo shape = header;
+    shape.channels = channel < 0 ? 1 : header.channels;
+    return shape;
+}
+
+}  // namespace
+
+FileRowSource::FileRowSource(const std::string& path, const kxio::Notice& notice, int channel)
+    : info_(kxio::readInfo(path)),
+      queue_(std::make_unique<Queue>(path, notice, channel, deliveredShape(path, info_, channel)))
+{
     queue_->run();
 }
 
