@@ -42,9 +42,10 @@ const CommandTable kFilterCommand{
     "'kxfreq spectrum' picture.\n"
     "\n"
     "Images of any size are filtered: one larger than a transform (2048 pixels\n"
-    "in a side) is cut into overlapping tiles whose seams do not show, and a\n"
-    "grey one is read and written row by row, in memory that does not grow\n"
-    "with its height.",
+    "in a side) is cut into overlapping tiles whose seams do not show, and is\n"
+    "read and written row by row (colour channel by channel, through temporary\n"
+    "files), in memory that does not grow with its height; a region, and colour\n"
+    "with --color luminance or --remove-texture, are held in memory.",
     {
         {"--out", "-o", "PATH", "output file, or directory for a batch"},
         {"--gabor", nullptr, nullptr,
@@ -105,8 +106,8 @@ const CommandTable kFilterCommand{
          "tile is spread over N threads (default 1)"},
         {"--json", nullptr, "FILE",
          "write a report of the run (per input: output, size,\n"
-         "filter, time, status; with --remove-texture the\n"
-         "components removed)"},
+         "filter, time, status, tile, margin and tiles; with\n"
+         "--remove-texture the components removed)"},
     },
     nullptr};
 
