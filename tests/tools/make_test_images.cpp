@@ -224,7 +224,7 @@ int crop(const std::string& in, long x, long y, long w, long h, const std::strin
 {
     Region region;
     region.x = x, region.y = y, region.width = w, region.height = h;
-    writeImage(out, readImage(in, region, ReadLimits{}));
+    writeImage(out, readImage(in, region, ReadLimits{kMaxSide, ""}));
     return 0;
 }
 
