@@ -9,6 +9,7 @@ needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev binut
 needed+=(python3-dev python3-numpy python3-pytest pybind11-dev doxygen)
 needed+=(libtiff-dev libjpeg-dev time)   # TIFF and JPEG for the tool; /usr/bin/time for its memory test
 needed+=(python3-scipy)   # bench/large_images_scipy.py times scipy beside the tiled filter
+needed+=(libcpp-httplib-dev chromium chromium-driver python3-selenium)   # kxfreq studio; its browser test
 missing=()
 for p in "${needed[@]}"; do
   dpkg -s "$p" > /dev/null 2>&1 || missing+=("$p")
