@@ -1,0 +1,320 @@
+// Filtering an image of any size: one transform when it fits in a tile,
+// otherwise overlap-save over tiles, streamed band by band.
+//
+//   band of tiles:   rows [start - margin, start - margin + tileHeight)
+//   written:         rows [writeStart, writeEnd) of each tile's core
+//
+// Each tile is gathered from the mirror-extended image, transformed,
+// filtered, transformed back, and the part of its core it owns is converted
+// to the output type. A tile is computed the same way whichever thread runs
+// it, so the result does not depend on the number of jobs.
+#include "tiling/tiling_support.h"
+
+#include <kx/core/attention.h>
+
+#include <cmath>
+
+using namespace kx_tiling;
+
+namespace {
+
+// The pixel type a tile is transformed from: the source's own for 8 and 16
+// bits, double for floating point (there is no float forward transform).
+template <typename S>
+struct TilePixel {
+    using type = double;
+};
+template <>
+struct TilePixel<unsigned char> {
+    using type = unsigned char;
+};
+template <>
+struct TilePixel<unsigned short> {
+    using type = unsigned short;
+};
+
+// One result sample from the real and imaginary parts, as the tool's
+// --output does it: integers rounded and clamped (non-finite values give 0),
+// `signed` adding mid-grey; floating point as it is.
+template <typename Out>
+Out outputSample(double re, double im, kxTileOptions::Output mode)
+{
+    double v = mode == kxTileOptions::eMagnitude ? std::sqrt(re * re + im * im) : re;
+    if constexpr (std::is_integral<Out>::value) {
+        const double top = sizeof(Out) == 1 ? 255.0 : 65535.0;
+        const double mid = sizeof(Out) == 1 ? 128.0 : 32768.0;
+        if (mode == kxTileOptions::eSigned)
+            v += mid;
+        if (!std::isfinite(v))
+            v = 0;
+        return static_cast<Out>(std::min(top, std::max(0.0, std::round(v))));
+    } else {
+        return static_cast<Out>(v);
+    }
+}
+
+double fullScaleOf(kxSampleType type) { return type == eSampleU8 ? 255.0 : 65535.0; }
+
+// Index into [0, n) of position p of a padded axis: the image, then its far
+// border mirrored, then its near border mirrored, meeting half-way so that
+// the grid wraps round smoothly (the tool's --pad mirror).
+long paddedMirror(long p, long n, long padded)
+{
+    if (p < n)
+        return p;
+    const long fill = padded - n;
+    const long j = p - n;
+    const long i = j < (fill + 1) / 2 ? n - 1 - j : padded - p - 1;
+    return std::min(n - 1, std::max(0L, i));
+}
+
+template <typename S, typename Out>
+class TiledFilter {
+public:
+    using P = typename TilePixel<S>::type;
+
+    TiledFilter(kxRowSource& source, const kxFilterDescription& description, kxRowSink& sink,
+                const kxTileOptions& options)
+        : source_(source), description_(description), sink_(sink), options_(options),
+          width_(source.width()), height_(source.height())
+    {
+    }
+
+    // One transform of the padded size, exactly as forward + apply + inverse.
+    kxTileReport single()
+    {
+        RowWindow<S> window(source_);
+        window.cover(0, height_);
+        const long pw = kfPaddedSize(width_), ph = kfPaddedSize(height_);
+        kxPelBuffer<P> grid(pw, ph);
+        for (long y = 0; y < ph; ++y) {
+            const S* row = window.row(paddedMirror(y, height_, ph));
+            for (long x = 0; x < pw; ++x)
+                grid(x, y) = static_cast<P>(row[paddedMirror(x, width_, pw)]);
+        }
+        kxFrequencyBuffer spectrum;
+        kfForwardFFT<P>(grid, spectrum);
+        description_.makeFilter(kxPair<long>(pw, ph))->apply(spectrum);
+        kxPelBuffer<double> real, imag;
+        kfInverseFFT(spectrum, real, imag);
+        const double scale = description_.resultScale();
+        std::vector<Out> rows(static_cast<std::size_t>(width_ * height_));
+        Out* out = rows.data();
+        for (long y = 0; y < height_; ++y)
+            for (long x = 0; x < width_; ++x) {
+                double re = real(x, y), im = imag(x, y);
+                if (scale != 1.0) {
+                    re *= scale;
+                    im *= scale;
+                }
+                *out++ = outputSample<Out>(re, im, options_.output);
+            }
+        sink_.write(rows.data(), height_);
+        if (options_.progress)
+            options_.progress(1, 1);
+        return kxTileReport{std::max(pw, ph), 0, 1, true};
+    }
+
+    kxTileReport tiled(long margin)
+    {
+        margin_ = margin;
+        tileWidth_ = std::min(options_.tile, kfPaddedSize(width_ + 2 * margin));
+        tileHeight_ = std::min(options_.tile, kfPaddedSize(height_ + 2 * margin));
+        const std::vector<TileSpan> columns = tileSpans(width_, tileWidth_ - 2 * margin);
+        const std::vector<TileSpan> bands = tileSpans(height_, tileHeight_ - 2 * margin);
+        filter_ = description_.makeFilter(kxPair<long>(tileWidth_, tileHeight_));
+        buffers_.resize(std::min<std::size_t>(options_.jobs, columns.size()));
+
+        const long total = static_cast<long>(columns.size() * bands.size());
+        long before = 0;
+        RowWindow<S> window(source_);
+        for (const TileSpan& band : bands) {
+            coverBand(window, band);
+            std::vector<Out> rows(static_cast<std::size_t>((band.writeEnd - band.writeStart) * width_));
+            runJobs(
+                static_cast<unsigned>(buffers_.size()), static_cast<long>(columns.size()),
+                [&](unsigned job, long index) { runTile(window, band, columns[index], buffers_[job], rows); },
+                [&](long ended) {
+                    if (options_.progress)
+                        options_.progress(before + ended, total);
+                });
+            before += static_cast<long>(columns.size());
+            sink_.write(rows.data(), band.writeEnd - band.writeStart);
+        }
+        return kxTileReport{options_.tile, margin, total, false};
+    }
+
+private:
+    // What each job keeps from tile to tile.
+    struct Buffers {
+        kxPelBuffer<P> tile;
+        kxFrequencyBuffer spectrum;
+        kxPelBuffer<double> real, imag;
+        std::vector<long> columns;
+    };
+
+    // Reads the rows the band's tiles reach (mirrored back into the image).
+    void coverBand(RowWindow<S>& window, const TileSpan& band) const
+    {
+        long first = height_, last = 0;
+        for (long y = band.start - margin_; y < band.start - margin_ + tileHeight_; ++y) {
+            const long row = mirrorIndex(y, height_);
+            first = std::min(first, row);
+            last = std::max(last, row + 1);
+        }
+        window.cover(first, last);
+    }
+
+    void runTile(const RowWindow<S>& window, const TileSpan& band, const TileSpan& column, Buffers& b,
+                 std::vector<Out>& rows) const
+    {
+        if (!b.tile.isBound())
+            b.tile = kxPelBuffer<P>(tileWidth_, tileHeight_);
+        b.columns.resize(static_cast<std::size_t>(tileWidth_));
+        for (long x = 0; x < tileWidth_; ++x)
+            b.columns[x] = mirrorIndex(column.start - margin_ + x, width_);
+        for (long y = 0; y < tileHeight_; ++y) {
+            const S* row = window.row(mirrorIndex(band.start - margin_ + y, height_));
+            P* to = &b.tile(0, y);
+            for (long x = 0; x < tileWidth_; ++x)
+                to[x] = static_cast<P>(row[b.columns[x]]);
+        }
+        kfForwardFFT<P>(b.tile, b.spectrum);
+        filter_->apply(b.spectrum);
+        kfInverseFFT(b.spectrum, b.real, b.imag, true);
+
+        const double scale = description_.resultScale();
+        const long dx = margin_ - column.start, dy = margin_ - band.start;
+        for (long y = band.writeStart; y < band.writeEnd; ++y) {
+            Out* out = rows.data() + (y - band.writeStart) * width_;
+            for (long x = column.writeStart; x < column.writeEnd; ++x) {
+                double re = b.real(x + dx, y + dy), im = b.imag(x + dx, y + dy);
+                if (scale != 1.0) {
+                    re *= scale;
+                    im *= scale;
+                }
+                out[x] = outputSample<Out>(re, im, options_.output);
+            }
+        }
+    }
+
+    kxRowSource& source_;
+    const kxFilterDescription& description_;
+    kxRowSink& sink_;
+    const kxTileOptions& options_;
+    long width_, height_;
+    long margin_ = 0, tileWidth_ = 0, tileHeight_ = 0;
+    std::unique_ptr<kxFrequencyFilter> filter_;
+    std::vector<Buffers> buffers_;
+};
+
+template <typename S, typename Out>
+kxTileReport filterAs(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
+                      const kxTileOptions& options)
+{
+    TiledFilter<S, Out> run(source, filter, sink, options);
+    const long w = source.width(), h = source.height();
+    if (kfPaddedSize(w) <= options.tile && kfPaddedSize(h) <= options.tile)
+        return run.single();
+    if (!filter.tileable())
+        throw kxFrequencyDefs::InvalidArgument(
+            ("A filter of one fixed size cannot be tiled: the image is " + std::to_string(w) + " x " +
+             std::to_string(h) + ", larger than one tile of " + std::to_string(options.tile) +
+             "; describe the filter by its parameters instead.")
+                .c_str());
+    return run.tiled(kfTileMargin(filter, sampleTypeOf<Out>(), options));
+}
+
+template <typename S>
+kxTileReport filterFrom(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
+                        kxSampleType outputType, const kxTileOptions& options)
+{
+    switch (outputType) {
+    case eSampleU8:
+        return filterAs<S, unsigned char>(source, filter, sink, options);
+    case eSampleU16:
+        return filterAs<S, unsigned short>(source, filter, sink, options);
+    case eSampleF32:
+        return filterAs<S, float>(source, filter, sink, options);
+    case eSampleF64:
+        return filterAs<S, double>(source, filter, sink, options);
+    }
+    throw kxFrequencyDefs::InvalidArgument("Unknown sample type.");
+}
+
+}  // namespace
+
+long kfTileMargin(const kxFilterDescription& filter, kxSampleType outputType, const kxTileOptions& options)
+{
+    checkTileSide(options.tile, "Tile");
+    const long margin = options.margin >= 0 ? options.margin : filter.margin(fullScaleOf(outputType));
+    const long largest = options.tile / 2 - 1;
+    if (margin > largest)
+        throw kxFrequencyDefs::InvalidArgument(("A margin of " + std::to_string(margin) +
+                                                " pixels leaves no room in a tile of " +
+                                                std::to_string(options.tile) + ": at most " +
+                                                std::to_string(largest) + " fits.")
+                                                   .c_str());
+    return margin;
+}
+
+kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
+                           kxSampleType outputType, const kxTileOptions& options)
+{
+    checkTileSide(options.tile, "Tile");
+    checkJobs(options.jobs);
+    if (options.output != kxTileOptions::eReal && options.output != kxTileOptions::eSigned &&
+        options.output != kxTileOptions::eMagnitude)
+        throw kxFrequencyDefs::InvalidArgument("Unknown output.");
+    if (source.width() < 1 || source.height() < 1)
+        throw kxFrequencyDefs::InvalidSize("The image is empty.");
+    switch (source.type()) {
+    case eSampleU8:
+        return filterFrom<unsigned char>(source, filter, sink, outputType, options);
+    case eSampleU16:
+        return filterFrom<unsigned short>(source, filter, sink, outputType, options);
+    case eSampleF32:
+        return filterFrom<float>(source, filter, sink, outputType, options);
+    case eSampleF64:
+        return filterFrom<double>(source, filter, sink, outputType, options);
+    }
+    throw kxFrequencyDefs::InvalidArgument("Unknown sample type.");
+}
+
+// ---------------------------------------------------------------------------
+// In memory: the view read and written as rows.
+
+namespace {
+
+template <typename In, typename Out>
+kxTileReport filterView(const kxImageView<const In>& image, const kxFilterDescription& filter,
+                        const kxImageView<Out>& result, const kxTileOptions& options)
+{
+    if (!image.data || !result.data)
+        throw kxFrequencyDefs::UnboundWindow();
+    if (result.width != image.width || result.height != image.height)
+        throw kxFrequencyDefs::InvalidSize("The result must have the image's size.");
+    ViewSource<In> source(image);
+    ViewSink<Out> sink(result);
+    return kfFilterTiled(source, filter, sink, sampleTypeOf<Out>(), options);
+}
+
+}  // namespace
+
+#define KX_TILED_WORKER(In, Out)                                                                             \
+    kxTileReport kf_FilterTiled(const kxImageView<const In>& image, const kxFilterDescription& filter,      \
+                                const kxImageView<Out>& result, const kxTileOptions& options)               \
+    {                                                                                                        \
+        return filterView(image, filter, result, options);                                                   \
+    }
+#define KX_TILED_WORKERS(In)             \
+    KX_TILED_WORKER(In, unsigned char)   \
+    KX_TILED_WORKER(In, unsigned short)  \
+    KX_TILED_WORKER(In, float)           \
+    KX_TILED_WORKER(In, double)
+KX_TILED_WORKERS(unsigned char)
+KX_TILED_WORKERS(unsigned short)
+KX_TILED_WORKERS(float)
+KX_TILED_WORKERS(double)
+#undef KX_TILED_WORKERS
+#undef KX_TILED_WORKER
