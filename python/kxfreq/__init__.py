@@ -44,6 +44,15 @@ from ._kxfreq import (  # noqa: F401
     subtract,
 )
 
+from ._arrays import (  # noqa: F401
+    band_pass,
+    band_reject,
+    gabor,
+    gabor_reject,
+    reject_components,
+    welch_spectrum,
+)
+
 __version__ = "@PROJECT_VERSION@"
 
 
@@ -65,5 +74,6 @@ __all__ = [
     "ImageFilter", "InvalidArgumentError", "InvalidBufferError", "InvalidSizeError", "Spectrum",
     "UnboundWindowError", "UninitializedError", "add", "conjugate", "find_peaks", "forward", "inverse",
     "inverse_angle", "inverse_complex", "inverse_quadrant", "map_image", "multiply", "phase_correlate",
-    "remove_texture", "subtract",
+    "remove_texture", "subtract", "band_pass", "band_reject", "gabor", "gabor_reject", "reject_components",
+    "welch_spectrum",
 ]

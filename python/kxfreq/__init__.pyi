@@ -1,5 +1,5 @@
 """Type stubs of kxfreq: frequency-domain image processing on numpy arrays."""
-from typing import Any, Dict, List, Optional, Tuple, overload
+from typing import Any, Dict, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy
 import numpy.typing
@@ -7,6 +7,8 @@ import numpy.typing
 # An image: a 2-D array of a real dtype, or anything numpy.asarray turns into one.
 _Image = numpy.typing.ArrayLike
 _DTypeLike = numpy.typing.DTypeLike
+# One number for both directions, or (along, across).
+_Pair = Union[float, Tuple[float, float]]
 
 __version__: str
 
@@ -135,11 +137,56 @@ def phase_correlate(
 ) -> Tuple[float, float, float]:
     """(dx, dy, confidence) with moving(x + dx, y + dy) = reference(x, y); window "hann", "tukey" or "none"."""
 
-def find_peaks(spectrum: Spectrum, max_peaks: int = ...) -> List[Dict[str, Any]]:
-    """Periodic components of a spectrum, strongest first: fx, fy, frequency, period, angle, strength, sigma, harmonics."""
+def find_peaks(spectrum: Union[Spectrum, _Image], max_peaks: int = ...) -> List[Dict[str, Any]]:
+    """Periodic components of a spectrum, or of an image of any size (on its Welch spectrum), strongest first:
+    fx, fy, frequency, period, angle, strength, sigma, harmonics."""
 
-def remove_texture(image: _Image, max_peaks: int = ...) -> numpy.ndarray:
-    """The image without its periodic texture (both lobes of every peak and its harmonics rejected)."""
+def remove_texture(
+    image: _Image, max_peaks: int = ..., *, tile: int = ..., margin: Optional[int] = ..., jobs: int = ...
+) -> numpy.ndarray:
+    """The image without its periodic texture (both lobes of every peak and its harmonics rejected); beyond
+    2048 x 2048 found on the Welch spectrum and removed in tiles."""
+
+# Images of any size: filtered in overlapping tiles with mirrored borders; 2-D, or 3-D with channels.
+def band_reject(
+    image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
+    margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
+    channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image with a ring of radial frequencies suppressed; the image's shape and dtype unless dtype is given."""
+
+def band_pass(
+    image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
+    margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
+    channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image's ring of radial frequencies alone (output "real", "signed" or "magnitude")."""
+
+def gabor(
+    image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image's oriented band at `frequency` cycles per pixel in direction `angle`, doubled."""
+
+def gabor_reject(
+    image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image without the oriented pattern at `frequency` in direction `angle` (both lobes)."""
+
+def reject_components(
+    image: _Image, components: Sequence[Dict[str, Any]], *, width_scale: float = ..., min_sigma: float = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image with the given periodic components (as find_peaks gives them) notched out, in tiles."""
+
+def welch_spectrum(
+    image: _Image, *, segment: int = ..., overlap: float = ..., window: str = ..., taper: float = ..., jobs: int = ...
+) -> Spectrum:
+    """The Welch-averaged spectrum (segment x segment, real parts the root of the averaged power) of any size."""
 
 
 class Filter:

@@ -2,14 +2,13 @@
 // texture removal.
 #include "module.h"
 
+#include <kx/tiling.h>
+
 #include <pybind11/stl.h>
 
 #include <vector>
 
 namespace kxpy {
-namespace {
-
-py::tuple tupleOf(const kxPair<double>& p) { return py::make_tuple(p.x(), p.y()); }
 
 kxWindow windowNamed(const std::string& name, double taper)
 {
@@ -21,6 +20,10 @@ kxWindow windowNamed(const std::string& name, double taper)
         return kxWindow::none();
     throw py::value_error("window must be \"hann\", \"tukey\" or \"none\", not \"" + name + "\"");
 }
+
+namespace {
+
+py::tuple tupleOf(const kxPair<double>& p) { return py::make_tuple(p.x(), p.y()); }
 
 template <typename T>
 kxPhaseCorrelation correlate(const py::array& reference, const py::array& moving, const kxPhaseCorrelationOptions& o)
@@ -71,14 +74,19 @@ py::dict componentDict(const kxPeriodicComponent& c)
     return d;
 }
 
-py::list findPeaks(const Spectrum& s, long maxPeaks)
+// A Spectrum is searched as it is; an image of any size on its Welch
+// spectrum.
+py::list findPeaks(const py::object& source, long maxPeaks)
 {
     kxPeriodicSearchOptions o;
     o.maxComponents = maxPeaks;
     std::vector<kxPeriodicComponent> found;
-    {
+    if (py::isinstance<Spectrum>(source)) {
+        const Spectrum& s = source.cast<const Spectrum&>();
         py::gil_scoped_release release;
         found = kfFindPeriodicComponents(s.buffer, o);
+    } else {
+        found = findPeaksOfImage(source, o);
     }
     py::list out;
     for (const kxPeriodicComponent& c : found)
@@ -99,13 +107,17 @@ py::array removeTextureT(const py::array& a, const kxTextureRemovalOptions& o)
     return toArray<T>(result);
 }
 
-// The result keeps the image's dtype: 8- and 16-bit results rounded and
-// clamped by the library, other dtypes through castLike.
-py::array removeTexture(const py::object& image, long maxPeaks)
+// An image that fits in one transform is handled as one, as it always was;
+// a larger one on its Welch spectrum and tile by tile. The result keeps the
+// image's dtype: 8- and 16-bit results rounded and clamped by the library,
+// other dtypes through castLike.
+py::array removeTexture(const py::object& image, long maxPeaks, long tile, const py::object& margin, long jobs)
 {
     const ImageArray a = imageArray(image, "image");
     kxTextureRemovalOptions o;
     o.search.maxComponents = maxPeaks;
+    if (a.array.shape(0) > kfMaxTransformSide || a.array.shape(1) > kfMaxTransformSide)
+        return removeTextureTiled(image, o, tile, margin, jobs);
     const py::array result = withPixelType(
         a.type, [&](auto pixel) -> py::array { return removeTextureT<decltype(pixel)>(a.array, o); });
     return castLike(result, a.original);
@@ -125,17 +137,21 @@ fraction of each axis inside the two tapers) or "none". Each image's mean is
 removed first unless remove_mean is False.
 )doc");
     m.def("find_peaks", &findPeaks, py::arg("spectrum"), py::arg("max_peaks") = 8, R"doc(
-The periodic components of a spectrum, strongest first, at most max_peaks:
+The periodic components of a spectrum, or of an image of any size (searched
+on its Welch spectrum), strongest first, at most max_peaks:
 a list of dicts with fx, fy, frequency (cycles per pixel), period (pixels),
 angle (radians, 0 to pi, counter-clockwise from +x with y growing downwards),
 strength (over the noise floor), sigma ((x, y) peak width, cycles per pixel)
 and harmonics (a list of dicts with order, fx, fy and strength).
 )doc");
-    m.def("remove_texture", &removeTexture, py::arg("image"), py::arg("max_peaks") = 8, R"doc(
+    m.def("remove_texture", &removeTexture, py::arg("image"), py::arg("max_peaks") = 8, py::kw_only(),
+          py::arg("tile") = kfMaxTileSide, py::arg("margin") = py::none(), py::arg("jobs") = 1, R"doc(
 The image without its periodic texture: its periodic components (at most
 max_peaks, with their harmonics) are found and rejected, both lobes of each,
 in one pass. The result has the image's shape and dtype; 8- and 16-bit
-results are rounded and clamped.
+results are rounded and clamped. An image of at most 2048 x 2048 is searched
+and filtered as one transform; a larger one is searched on its Welch spectrum
+and filtered in tiles of tile x tile (margin and jobs as in band_reject).
 )doc");
 }
 

@@ -45,11 +45,6 @@ std::string dtypeText(const py::dtype& d)
     return py::str(static_cast<const py::handle&>(d)).cast<std::string>();
 }
 
-const char* pixelName(PixelType t)
-{
-    return t == PixelType::u8 ? "uint8" : t == PixelType::u16 ? "uint16" : "float64";
-}
-
 PixelType pixelTypeNamed(const py::object& dtype)
 {
     py::dtype d = py::dtype::from_args(dtype);
@@ -66,10 +61,10 @@ std::string shapeText(const py::array& a)
 
 // uint8, uint16 and float64 pass as they are (any byte order, any strides);
 // bool becomes uint8 0 and 1; every other real type whose values float64
-// holds exactly becomes float64 (float16, float32, 8-, 16- and 32-bit
-// integers, and 64-bit integers whose values are within 2^53). Anything else
-// is refused with the dtype or shape it had.
-ImageArray imageArray(const py::object& object, const char* what, bool channels)
+// holds exactly becomes float64 (float16, float32 unless the caller takes
+// it, 8-, 16- and 32-bit integers, and 64-bit integers whose values are
+// within 2^53). Anything else is refused with the dtype or shape it had.
+ImageArray imageArray(const py::object& object, const char* what, unsigned accepts)
 {
     py::array a;
     if (py::isinstance<py::array>(object)) {
@@ -84,6 +79,7 @@ ImageArray imageArray(const py::object& object, const char* what, bool channels)
         }
     }
     const std::string name(what);
+    const bool channels = (accepts & eChannels) != 0;
     if (a.ndim() != 2 && !(channels && a.ndim() == 3))
         throw py::value_error(name + (channels ? " must be 2-D (height, width) or 3-D (height, width, channels)"
                                                : " must be 2-D (height, width)") +
@@ -97,6 +93,12 @@ ImageArray imageArray(const py::object& object, const char* what, bool channels)
         return image;
     const char kind = d.kind();
     const long size = static_cast<long>(d.itemsize());
+    if ((accepts & eFloat32) && kind == 'f' && size == 4) {
+        if (!d.attr("isnative").cast<bool>())
+            image.array = a.attr("astype")(py::dtype::of<float>());
+        image.type = PixelType::f32;
+        return image;
+    }
     if (kind == 'b') {
         image.array = a.attr("astype")(py::dtype::of<std::uint8_t>());
         image.type = PixelType::u8;
@@ -131,7 +133,9 @@ py::array castLike(const py::array& result, const py::dtype& dtype)
     if (kind == 'b')
         return np.attr("greater_equal")(result, 0.5);
     py::object info = np.attr("iinfo")(dtype);
-    py::object rounded = np.attr("floor")(np.attr("add")(result, 0.5));
+    // Half away from zero, as the library rounds its integer results.
+    py::object halfUp = np.attr("floor")(np.attr("add")(np.attr("abs")(result), 0.5));
+    py::object rounded = np.attr("copysign")(halfUp, result);
     py::object clipped = np.attr("clip")(rounded, info.attr("min"), info.attr("max"));
     return clipped.attr("astype")(dtype);
 }

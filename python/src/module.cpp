@@ -7,6 +7,7 @@
 //   transforms.cpp forward and inverse transforms, arithmetic, map_image
 //   filters.cpp    the filter classes
 //   analysis.cpp   phase correlation, periodic components, texture removal
+//   tiled.cpp      images of any size: filter descriptions, tiling, Welch spectrum
 #include "module.h"
 
 PYBIND11_MODULE(_kxfreq, m)
@@ -17,4 +18,5 @@ PYBIND11_MODULE(_kxfreq, m)
     kxpy::bindTransforms(m);
     kxpy::bindFilters(m);
     kxpy::bindAnalysis(m);
+    kxpy::bindTiled(m);
 }

@@ -11,7 +11,9 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace py = pybind11;
 
@@ -20,26 +22,27 @@ namespace kxpy {
 // ---------------------------------------------------------------------------
 // Arrays (arrays.cpp)
 
-// The pixel types of the library's transforms.
-enum class PixelType { u8, u16, f64 };
-
-const char* pixelName(PixelType t);
+// The pixel types of the library's transforms (u8, u16, f64), and float32,
+// which only the functions for images of any size take as it is.
+enum class PixelType { u8, u16, f32, f64 };
 
 // The pixel type a dtype argument names (numpy.uint8, "uint16", numpy.dtype(...)).
 PixelType pixelTypeNamed(const py::object& dtype);
 
-// An image argument: anything numpy.asarray accepts, 2-D (or with `channels`,
+// An image argument: anything numpy.asarray accepts, 2-D (with eChannels,
 // 2-D or 3-D), with at least one pixel, its values held exactly in one of the
-// library's pixel types. `original` is the dtype the caller gave.
+// library's pixel types (with eFloat32, float32 stays float32). `original` is
+// the dtype the caller gave.
 struct ImageArray {
     py::array array;
     PixelType type;
     py::dtype original;
 };
-ImageArray imageArray(const py::object& object, const char* what, bool channels = false);
+enum ImageAccepts : unsigned { eGrey = 0, eChannels = 1, eFloat32 = 2 };
+ImageArray imageArray(const py::object& object, const char* what, unsigned accepts = eGrey);
 
 // A result computed in float64 given the dtype of the input: floats rounded
-// once, integers rounded half up and clipped to the dtype's range, bool as
+// once, integers rounded (half away from zero) and clipped to the dtype's range, bool as
 // value >= 0.5. Arrays already of that dtype are returned as they are.
 py::array castLike(const py::array& result, const py::dtype& dtype);
 
@@ -48,15 +51,27 @@ std::string dtypeText(const py::dtype& d);
 std::string shapeText(const py::array& a);
 
 // Calls f with a value of the pixel type: one switch for every function
-// that serves the three types.
+// that serves the transforms' three types (an array accepted without
+// eFloat32 is never float32).
 template <typename F>
 auto withPixelType(PixelType type, F f)
 {
     switch (type) {
     case PixelType::u8: return f(std::uint8_t{});
     case PixelType::u16: return f(std::uint16_t{});
-    default: return f(double{});
+    case PixelType::f64: return f(double{});
+    case PixelType::f32: break;
     }
+    throw std::logic_error("float32 pixels reached a transform");
+}
+
+// The same for the four sample types of the functions for any size.
+template <typename F>
+auto withSampleType(PixelType type, F f)
+{
+    if (type == PixelType::f32)
+        return f(float{});
+    return withPixelType(type, f);
 }
 
 // A pel buffer holding a copy of a 2-D array of any strides. copy() may run
@@ -141,5 +156,15 @@ void bindSpectrum(py::module_& m);
 void bindTransforms(py::module_& m);
 void bindFilters(py::module_& m);
 void bindAnalysis(py::module_& m);
+void bindTiled(py::module_& m);
+
+// A window by name: "hann", "tukey" (with its taper fraction) or "none".
+kxWindow windowNamed(const std::string& name, double taper);
+
+// Peaks and texture removal of images of any size (tiled.cpp), which the
+// analysis functions use beyond one transform.
+std::vector<kxPeriodicComponent> findPeaksOfImage(const py::object& image, const kxPeriodicSearchOptions& search);
+py::array removeTextureTiled(const py::object& image, const kxTextureRemovalOptions& removal, long tile,
+                             const py::object& margin, long jobs);
 
 }  // namespace kxpy
