@@ -17,13 +17,17 @@ import pytest
 
 import kxfreq
 
+import kxfreq.dask  # noqa: E402
+
 STUB = pathlib.Path(kxfreq.__file__).with_name("__init__.pyi")
+DASK_STUB = STUB.with_name("dask.pyi")
 ALLOWLIST = pathlib.Path(__file__).with_name("stubtest_allowlist.txt")
 
 
 def test_stubtest_finds_no_difference(tmp_path):
     env = dict(os.environ, PYTHONPATH=os.pathsep.join(sys.path))
-    run = subprocess.run([sys.executable, "-m", "mypy.stubtest", "kxfreq", "--allowlist", str(ALLOWLIST)],
+    run = subprocess.run([sys.executable, "-m", "mypy.stubtest", "kxfreq", "--allowlist",
+                          str(ALLOWLIST)],
                          cwd=tmp_path, env=env, capture_output=True, text=True)
     assert run.returncode == 0, run.stdout + run.stderr
 
@@ -85,9 +89,9 @@ def stub_parameters(node):
     return tuple(params)
 
 
-def stub_functions():
-    """(owner path, name) -> set of parameter tuples, from the stub file."""
-    tree = ast.parse(STUB.read_text())
+def stub_functions(stub=STUB):
+    """(owner path, name) -> set of parameter tuples, from a stub file."""
+    tree = ast.parse(stub.read_text())
     functions = {}
 
     def visit(body, owner):
@@ -141,3 +145,10 @@ def test_runtime_constructors_match_the_stub(cls):
             break
     assert stubbed is not None, f"no stub constructor for {cls}"
     assert stubbed == runtime_signatures(target.__init__, "__init__")
+
+
+def test_the_dask_stub_matches_the_dask_module():
+    functions = stub_functions(DASK_STUB)
+    assert {name for (_, name) in functions} == set(kxfreq.dask.__all__)
+    for (_, name), stubbed in functions.items():
+        assert stubbed == runtime_signatures(getattr(kxfreq.dask, name), name), name
