@@ -12,7 +12,8 @@ whole image.
     PYTHONPATH=build/python /usr/bin/python3 examples/dask_large_image.py --size 20000 --workers 2
 
 Prints one line of JSON: the sizes, the frequency found, the interference's
-amplitude in a crop before and after, and the time of each step.
+amplitude in a crop before and after, and for each step its time and the
+workers' CPU time (with the workers' peak memory).
 """
 import argparse
 import json
@@ -51,6 +52,31 @@ def wave_amplitude(crop, top, left):
     return float(2 * numpy.hypot(numpy.mean(values * numpy.cos(phase)), numpy.mean(values * numpy.sin(phase))))
 
 
+def _usage():
+    """This process's CPU seconds and peak memory (MB), as a worker reports them."""
+    import resource
+
+    r = resource.getrusage(resource.RUSAGE_SELF)
+    return r.ru_utime + r.ru_stime, r.ru_maxrss / 1024.0
+
+
+class Step:
+    """Wall time and the workers' CPU time of one step."""
+
+    def __init__(self, client, name, report):
+        self.client, self.name, self.report = client, name, report
+
+    def cpu(self):
+        return sum(cpu for cpu, _ in self.client.run(_usage).values())
+
+    def __enter__(self):
+        self.start, self.cpu_start = time.perf_counter(), self.cpu()
+
+    def __exit__(self, *exc):
+        self.report["seconds"][self.name] = round(time.perf_counter() - self.start, 2)
+        self.report["worker_cpu_seconds"][self.name] = round(self.cpu() - self.cpu_start, 2)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--size", type=int, default=20000, help="image side in pixels")
@@ -70,38 +96,36 @@ def main():
     with tempfile.TemporaryDirectory() as scratch:
         store = args.store or scratch
         source, target = os.path.join(store, "image.zarr"), os.path.join(store, "clean.zarr")
-        times = {}
+        report = {"seconds": {}, "worker_cpu_seconds": {}}
         try:
-            start = time.perf_counter()
             shape, chunks = (args.size, args.size), (args.chunk, args.chunk)
-            da.map_blocks(make_chunk, dtype=numpy.uint8, chunks=da.core.normalize_chunks(chunks, shape)).to_zarr(
-                source, overwrite=True)
-            times["generate"] = time.perf_counter() - start
+            with Step(client, "generate", report):
+                scene = da.map_blocks(make_chunk, dtype=numpy.uint8, chunks=da.core.normalize_chunks(chunks, shape))
+                scene.to_zarr(source, overwrite=True)
 
             image = da.from_zarr(source)
-            start = time.perf_counter()
-            peaks = kxfreq.dask.find_peaks(image, max_peaks=1)
-            times["find"] = time.perf_counter() - start
-            found = peaks[0]
+            with Step(client, "find", report):
+                found = kxfreq.dask.find_peaks(image, max_peaks=1)[0]
 
-            start = time.perf_counter()
-            clean = kxfreq.dask.gabor_reject(image, frequency=found["frequency"], angle=found["angle"],
-                                             sigma=max(found["sigma"][0], found["sigma"][1], 0.004))
-            clean.to_zarr(target, overwrite=True)
-            times["filter"] = time.perf_counter() - start
+            with Step(client, "filter", report):
+                clean = kxfreq.dask.gabor_reject(image, frequency=found["frequency"], angle=found["angle"],
+                                                 sigma=max(found["sigma"][0], found["sigma"][1], 0.004))
+                clean.to_zarr(target, overwrite=True)
 
             result = da.from_zarr(target)
             side = min(1024, args.size // 2)
             top = left = (args.size - side) // 2
             before = image[top : top + side, left : left + side].compute().astype(numpy.float64)
             after = result[top : top + side, left : left + side].compute().astype(numpy.float64)
+            peaks = [memory for _, memory in client.run(_usage).values()]
             print(json.dumps({
                 "size": list(result.shape), "dtype": str(result.dtype), "chunk": args.chunk,
-                "workers": len(client.scheduler_info()["workers"]),
-                "found": {"frequency": round(found["frequency"], 5), "angle_degrees": round(numpy.degrees(found["angle"]), 2)},
+                "workers": len(peaks), "worker_peak_mb": round(max(peaks)),
+                "found": {"frequency": round(found["frequency"], 5),
+                          "angle_degrees": round(float(numpy.degrees(found["angle"])), 2)},
                 "amplitude": {"before": round(wave_amplitude(before, top, left), 3),
                               "after": round(wave_amplitude(after, top, left), 3)},
-                "seconds": {k: round(v, 2) for k, v in times.items()},
+                **report,
             }))
         finally:
             client.close()

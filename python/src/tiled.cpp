@@ -125,20 +125,22 @@ py::array filterArray(const Description& description, const py::object& image, l
     const Axes axes = axesOf(in.array, channelAxis);
     std::vector<py::ssize_t> shape(in.array.shape(), in.array.shape() + in.array.ndim());
     py::array result(dtypeOf(outType), shape);
-    {
-        py::gil_scoped_release release;
-        for (long c = 0; c < axes.channelCount; ++c)
-            withSampleType(in.type, [&](auto inSample) {
-                using In = decltype(inSample);
-                withSampleType(outType, [&](auto outSample) {
-                    using Out = decltype(outSample);
-                    kfFilterTiled<In, Out>(channelView<const In>(in.array, axes, c), description,
-                                           channelView<Out>(result, axes, c), options);
-                    return 0;
-                });
-                return 0;
-            });
-    }
+    withSampleType(in.type, [&](auto inSample) {
+        using In = decltype(inSample);
+        return withSampleType(outType, [&](auto outSample) {
+            using Out = decltype(outSample);
+            std::vector<kxImageView<const In>> from;
+            std::vector<kxImageView<Out>> to;
+            for (long c = 0; c < axes.channelCount; ++c) {
+                from.push_back(channelView<const In>(in.array, axes, c));
+                to.push_back(channelView<Out>(result, axes, c));
+            }
+            py::gil_scoped_release release;
+            for (std::size_t c = 0; c < from.size(); ++c)
+                kfFilterTiled<In, Out>(from[c], description, to[c], options);
+            return 0;
+        });
+    });
     if (dtype.is_none())
         return castLike(result, in.original);
     return result;
@@ -171,10 +173,11 @@ std::unique_ptr<Spectrum> welchSpectrum(const py::object& image, long segment, d
     const ImageArray in = imageArray(image, "image", eFloat32);
     const kxWelchOptions o = welchOptions(segment, overlap, window, taper, jobs);
     auto s = std::make_unique<Spectrum>();
-    py::gil_scoped_release release;
     s->buffer = withSampleType(in.type, [&](auto sample) {
         using T = decltype(sample);
-        return kfWelchSpectrum<T>(channelView<const T>(in.array, Axes(), 0), o);
+        const kxImageView<const T> view = channelView<const T>(in.array, Axes(), 0);
+        py::gil_scoped_release release;
+        return kfWelchSpectrum<T>(view, o);
     });
     return s;
 }
@@ -250,10 +253,11 @@ std::vector<kxPeriodicComponent> findPeaksOfImage(const py::object& image, const
 {
     const ImageArray in = imageArray(image, "image", eFloat32);
     const kxWelchOptions welch;
-    py::gil_scoped_release release;
     return withSampleType(in.type, [&](auto sample) {
         using T = decltype(sample);
-        return kfFindPeriodicComponentsTiled<T>(channelView<const T>(in.array, Axes(), 0), search, welch);
+        const kxImageView<const T> view = channelView<const T>(in.array, Axes(), 0);
+        py::gil_scoped_release release;
+        return kfFindPeriodicComponentsTiled<T>(view, search, welch);
     });
 }
 
@@ -265,15 +269,14 @@ py::array removeTextureTiled(const py::object& image, const kxTextureRemovalOpti
     const kxWelchOptions welch;
     std::vector<py::ssize_t> shape(in.array.shape(), in.array.shape() + 2);
     py::array result(in.array.dtype(), shape);
-    {
+    withSampleType(in.type, [&](auto sample) {
+        using T = decltype(sample);
+        const kxImageView<const T> from = channelView<const T>(in.array, Axes(), 0);
+        const kxImageView<T> to = channelView<T>(result, Axes(), 0);
         py::gil_scoped_release release;
-        withSampleType(in.type, [&](auto sample) {
-            using T = decltype(sample);
-            kfRemovePeriodicTextureTiled<T, T>(channelView<const T>(in.array, Axes(), 0),
-                                               channelView<T>(result, Axes(), 0), removal, tiling, welch);
-            return 0;
-        });
-    }
+        kfRemovePeriodicTextureTiled<T, T>(from, to, removal, tiling, welch);
+        return 0;
+    });
     return castLike(result, in.original);
 }
 
