@@ -1,5 +1,6 @@
 // The register and peaks commands: what the analysis functions find, printed.
 #include "commands.h"
+#include "windowing.h"
 
 #include <kx/analysis.h>
 
@@ -26,9 +27,7 @@ const CommandTable kRegisterCommand{
         {"--window", nullptr, "NAME",
          "hann (default), tukey or none: the window against\n"
          "the images' edges"},
-        {"--taper", nullptr, "F",
-         "tukey only: fraction of each side inside the tapers,\n"
-         "0 to 1 (default 0.5)"},
+        kTaperOption,
         kRegionOption,
         {"--json", nullptr, nullptr, "print a JSON object with dx, dy and confidence"},
     },
@@ -36,7 +35,7 @@ const CommandTable kRegisterCommand{
 
 const CommandTable kPeaksCommand{
     "peaks",
-    "peaks IN [--max N] [--region X,Y,W,H] [--json]",
+    "peaks IN [--max N] [--window hann|tukey|none] [--taper F] [--region X,Y,W,H] [--json]",
     "Lists the periodic components of an image (a woven, printed or machined\n"
     "texture, stripes, interference), strongest first: each one's frequency in\n"
     "cycles per pixel, its period in pixels, its angle in degrees, its strength\n"
@@ -50,6 +49,11 @@ const CommandTable kPeaksCommand{
     "--remove-texture' removes them all at once.",
     {
         kMaxComponentsOption,
+        {"--window", nullptr, "NAME",
+         "hann (default), tukey or none: the window against\n"
+         "the image's edges; peak positions are measured for\n"
+         "its peak shape, so frequencies do not move with it"},
+        kTaperOption,
         kRegionOption,
         {"--json", nullptr, nullptr, "print a JSON object instead of lines of text"},
     },
@@ -75,19 +79,6 @@ kxPelBuffer<double> toDouble(const kxio::GreyImage& image)
     return out;
 }
 
-kxWindow windowOption(const Options& options)
-{
-    const std::string name = options.choice("--window", {"hann", "tukey", "none"}, "hann");
-    if (name != "tukey") {
-        options.refuse("--taper", "used only with --window tukey");
-        return name == "hann" ? kxWindow::hann() : kxWindow::none();
-    }
-    const double taper = options.number("--taper", 0.5);
-    if (!(taper >= 0 && taper <= 1))
-        optionError("--taper", "expects a fraction from 0 to 1, not '" + options.value("--taper") + "'");
-    return kxWindow::tukey(taper);
-}
-
 }  // namespace
 
 int runRegister(const std::vector<std::string>& args)
@@ -98,7 +89,7 @@ int runRegister(const std::vector<std::string>& args)
     const std::string& referencePath = options.positional()[0];
     const std::string& movingPath = options.positional()[1];
     kxPhaseCorrelationOptions correlation;
-    correlation.window = windowOption(options);
+    correlation.window = windowOption(options, "hann");
     const kxio::Region region = regionOption(options);
 
     const kxio::GreyImage reference = readInput(referencePath, region);
@@ -133,10 +124,20 @@ int runPeaks(const std::vector<std::string>& args)
     const std::string in = singleInput(options, "peaks");
     kxPeriodicSearchOptions search;
     search.maxComponents = maxComponentsOption(options);
+    const kxWindow window = windowOption(options, "hann");
     const kxio::GreyImage image = readInput(in, regionOption(options));
-    const std::vector<kxPeriodicComponent> components =
-        image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
-                        : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+    // The library's own search windows with Hann; other windows are applied
+    // here, and the peaks re-measured for their shape.
+    std::vector<kxPeriodicComponent> components;
+    if (window.type == kxWindow::eHann) {
+        components = image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
+                                     : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+    } else {
+        kxFrequencyBuffer spectrum;
+        forwardWindowed(image, window, spectrum);
+        components = kfFindPeriodicComponents(spectrum, search);
+        refineForWindow(components, spectrum, image.width(), image.height(), window);
+    }
     if (options.has("--json")) {
         std::cout << "{\"input\": " << jsonString(in) << ", \"width\": " << image.width()
                   << ", \"height\": " << image.height() << ", \"components\": " << componentsJson(components) << "}\n";

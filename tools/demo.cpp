@@ -3,6 +3,7 @@
 // filtered result in which the scratch stands out.
 #include "bitmap_font.h"
 #include "commands.h"
+#include "spectrum_picture.h"
 
 #include <kx/freqfilt.h>
 
@@ -179,21 +180,21 @@ kxPelBuffer<unsigned char> middle(const kxPelBuffer_const<unsigned char>& pictur
     return out;
 }
 
-// Two rows of two panels, each kPanel x kPanel, with a caption above each.
-constexpr long kPanel = kSize / 2;
-
-kxPelBuffer<unsigned char> overview(const kxPelBuffer_const<unsigned char>* panels[4], const char* captions[4])
+// Two rows of two cells, each a caption above a panel. The spectrum and the
+// gain carry frequency axes; input and result are placed where the other
+// two have their pictures, so that the four squares line up.
+Picture overview(const Picture* panels[4], const char* captions[4], const PictureRect& plot)
 {
     const long gap = 6, band = 24;
-    const long cell = kPanel + band;
-    kxPelBuffer<unsigned char> out(2 * kPanel + 3 * gap, 2 * cell + 3 * gap);
-    kfPelSet<unsigned char>(out, 32);
+    const long cellWidth = panels[1]->levels.width(), cellHeight = band + panels[1]->levels.height();
+    Picture out;
+    out.levels = kxPelBuffer<unsigned char>(2 * cellWidth + 3 * gap, 2 * cellHeight + 3 * gap);
+    kfPelSet<unsigned char>(out.levels, 24);
     for (int i = 0; i < 4; ++i) {
-        const long left = gap + (i % 2) * (kPanel + gap), top = gap + (i / 2) * (cell + gap);
-        drawText(out, left + 1, top + (band - textHeight(2)) / 2 - 1, captions[i], 2, 255);
-        kxPelBuffer_const<unsigned char> placed = *panels[i];
-        placed.offset(kxPair<long>(left, top + band));
-        kfPelCopy(placed, out);
+        const long left = gap + (i % 2) * (cellWidth + gap), top = gap + (i / 2) * (cellHeight + gap);
+        const bool framed = panels[i]->levels.width() == cellWidth;
+        drawText(out.levels, left + plot.x, top + (band - textHeight(2)) / 2 - 1, captions[i], 2, 255);
+        place(out, *panels[i], left + (framed ? 0 : plot.x), top + band + (framed ? 0 : plot.y));
     }
     return out;
 }
@@ -240,14 +241,24 @@ int runDemo(const std::vector<std::string>& args)
     const kxio::GreyImage result = toPixels(filtered, 8, OutputMode::Real, true);
 
     const kxPelBuffer_const<unsigned char>* pictures[4] = {&input, &spectrumPicture, &filterPicture, &result.pixels8};
-    const kxPelBuffer<unsigned char> inputPanel = halved(input), filterPanel = middle(filterPicture),
-                                     resultPanel = halved(result.pixels8);
-    const kxPelBuffer_const<unsigned char>* panels[4] = {&inputPanel, &spectrumPanel, &filterPanel, &resultPanel};
-    const char* captions[4] = {"INPUT", "SPECTRUM (MIDDLE)", "GAIN (MIDDLE)", "RESULT"};
     const char* names[5] = {"input", "spectrum", "filter", "result", "overview"};
     for (int i = 0; i < 4; ++i)
         kxio::writeImage(path(names[i]), kxio::makeImage8(*static_cast<const kxPelBuffer<unsigned char>*>(pictures[i])));
-    kxio::writeImage(path(names[4]), kxio::makeImage8(overview(panels, captions)));
+
+    // The middle half of the spectrum and of the gain, with their axes: the
+    // spectrum in colour where PNG can carry it, the gain in grey (black is 0).
+    const FrequencyScale middleScale{-0.25, 1.0 / kSize};
+    const Picture spectrumFramed = withAxes(spectrumPanel, middleScale, middleScale, 1);
+    Picture gainFramed = withAxes(middle(filterPicture), middleScale, middleScale, 1);
+    gainFramed.mapped.clear();   // grey like input and result
+    Picture inputPanel = plainPicture(halved(input)), resultPanel = plainPicture(halved(result.pixels8));
+    inputPanel.mapped.clear();
+    resultPanel.mapped.clear();
+    const Picture* panels[4] = {&inputPanel, &spectrumFramed, &gainFramed, &resultPanel};
+    const char* captions[4] = {"INPUT", "SPECTRUM", "GAIN", "RESULT"};
+    const Colormap map = kxio::pngSupported() ? Colormap::Magma : Colormap::Gray;
+    writePicture(path(names[4]),
+                 overview(panels, captions, axesPlotArea(kSize / 2, kSize / 2, middleScale, middleScale, 1)), map);
 
     for (const char* name : names)
         std::cout << path(name) << "\n";

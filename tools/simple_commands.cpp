@@ -1,5 +1,7 @@
 // The spectrum and roundtrip commands.
 #include "commands.h"
+#include "spectrum_picture.h"
+#include "windowing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,13 +17,16 @@ const CommandTable kSpectrumCommand{
     "frequency in the middle. Frequency (u, v) in cycles per pixel lies at\n"
     "u x width right of and v x height below the middle: a pattern whose\n"
     "brightness varies along x shows as two peaks left and right of the middle,\n"
-    "one varying along y as two peaks above and below it. Padding: mirror (the\n"
-    "default) avoids the bright cross that zero padding draws through the middle\n"
-    "of a non-power-of-two image, but an oblique pattern's reflection then shows\n"
-    "as a weaker pair of peaks at the mirrored angle; --pad zero shows only the\n"
-    "image's own frequencies.",
+    "one varying along y as two peaks above and below it. For the magnitude the\n"
+    "image is freed of its mean and multiplied by a Hann window first, so that\n"
+    "its borders, seen as the edges of a periodic image, draw no bright cross\n"
+    "through the middle; the other parts show the raw transform unless a window\n"
+    "is asked for. Without a window the image is padded: mirror (the default)\n"
+    "avoids the cross that zero padding draws for a non-power-of-two image, but\n"
+    "an oblique pattern's reflection then shows as a weaker pair of peaks at the\n"
+    "mirrored angle; --pad zero shows only the image's own frequencies.",
     {
-        {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm)"},
+        {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm; .png or\n.ppm with a colour map)"},
         {"--part", nullptr, "PART", "magnitude (default), phase, real or imaginary"},
         {"--map", nullptr, "MAP",
          "auto, clip, linear, range, log or phase; by default\n"
@@ -33,8 +38,21 @@ const CommandTable kSpectrumCommand{
         {"--high", nullptr, "H", "the value that maps to 255 with --map range"},
         {"--centered", nullptr, nullptr, "zero frequency in the middle (default)"},
         {"--uncentered", nullptr, nullptr, "zero frequency at the top-left corner"},
+        {"--window", nullptr, "NAME",
+         "hann, tukey or none: the window against the image's\n"
+         "borders (default hann for the magnitude, none for\n"
+         "the other parts)"},
+        kTaperOption,
+        {"--axes", nullptr, nullptr,
+         "frame the picture with ticks labelled in cycles per\n"
+         "pixel and, in parentheses, the period in pixels\n"
+         "(centred pictures only)"},
+        {"--colormap", nullptr, "MAP", "gray (default) or magma (dark purple to pale yellow)"},
         kRegionOption,
-        kPadOption,
+        {kPadOption.name, kPadOption.shortName, kPadOption.value,
+         "fill the grid up to the power-of-two size with\n"
+         "zeros or with the image mirrored at its borders\n"
+         "(default mirror; zero with a window)"},
     },
     nullptr};
 
@@ -115,7 +133,8 @@ int runSpectrum(const std::vector<std::string>& args)
     const Options options(kSpectrumCommand, args);
     const std::string in = singleInput(options, "spectrum");
     const std::string out = outputOption(options);
-    kxio::formatFor(out);   // refuse an unknown output format before any work
+    const Colormap colormap = colormapNamed(options.choice("--colormap", colormapNames(), "gray"));
+    checkPictureOutput(out, colormap);   // refuse an output format before any work
     const std::string part = options.choice("--part", {"magnitude", "phase", "real", "imaginary"}, "magnitude");
     const std::string defaultMap = part == "magnitude" ? "auto" : part == "phase" ? "phase" : "linear";
     const std::string map = options.choice("--map", {"auto", "clip", "linear", "range", "log", "phase"}, defaultMap);
@@ -135,11 +154,21 @@ int runSpectrum(const std::vector<std::string>& args)
     if (map == "range" && !(low < high))
         optionError("--low", "the range is inverted or empty (--low " + options.value("--low") + " is not below --high " +
                                  options.value("--high") + ")");
-    const Padding padding = paddingOption(options, Padding::Mirror);
+    if (options.has("--axes") && !centered)
+        optionError("--axes", "needs the centred picture (not --uncentered)");
+    const kxWindow window = windowOption(options, part == "magnitude" ? "hann" : "none");
+    // A window brings the borders to zero: the grid is filled with zeros.
+    const Padding padding = paddingOption(options, window.type == kxWindow::eNone ? Padding::Mirror : Padding::Zero);
+    if (window.type != kxWindow::eNone && padding == Padding::Mirror)
+        optionError("--pad", "mirror is used only with --window none (a window brings the borders to zero)");
     const kxio::Region region = regionOption(options);
 
     kxFrequencyBuffer spectrum;
-    forward(readInput(in, region), padding, spectrum);
+    const kxio::GreyImage image = readInput(in, region);
+    if (window.type == kxWindow::eNone)
+        forward(image, padding, spectrum);
+    else
+        forwardWindowed(image, window, spectrum);
     kxPelBuffer<unsigned char> picture;
     if (map == "auto") {
         picture = autoContrastLogPicture(spectrum.getMagnitudeImage(centered));
@@ -155,7 +184,11 @@ int runSpectrum(const std::vector<std::string>& args)
             component = spectrum.getImaginaryImage(centered);
         picture = map == "range" ? mapRange(component, low, high) : kfFrequencyMapImage(component, mappingNamed(map));
     }
-    kxio::writeImage(out, kxio::makeImage8(picture));
+    const Picture shown = options.has("--axes")
+                              ? withAxes(picture, centredScale(picture.width()), centredScale(picture.height()),
+                                         axisTextScale(picture.width(), picture.height()))
+                              : plainPicture(picture);
+    writePicture(out, shown, colormap);
     std::cout << out << "\n";
     return 0;
 }
