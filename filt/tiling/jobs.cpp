@@ -34,6 +34,15 @@ void checkJobs(unsigned jobs)
         throw kxFrequencyDefs::InvalidArgument("Jobs must be from 1 to 256.");
 }
 
+void checkSourceSize(const kxRowSource& source, long minSide)
+{
+    if (source.width() < minSide || source.height() < minSide)
+        throw kxFrequencyDefs::InvalidSize(minSide == 1 ? "The image is empty." : "The image must be at least 8 x 8.");
+    const long largest = 2147483647L;
+    if (source.width() > largest || source.height() > largest)
+        throw kxFrequencyDefs::InvalidSize("The image is larger than 2^31 - 1 in a side.");
+}
+
 void runJobs(unsigned jobs, long count, const std::function<void(unsigned job, long index)>& work,
              const std::function<void(long ended)>& afterEach)
 {

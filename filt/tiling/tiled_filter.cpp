@@ -123,23 +123,45 @@ public:
         const std::vector<TileSpan> columns = tileSpans(width_, tileWidth_ - 2 * margin);
         const std::vector<TileSpan> bands = tileSpans(height_, tileHeight_ - 2 * margin);
         filter_ = description_.makeFilter(kxPair<long>(tileWidth_, tileHeight_));
-        buffers_.resize(std::min<std::size_t>(options_.jobs, columns.size()));
+        paired_ = description_.resultScale() == 1.0 && realAndSymmetric(*filter_, tileWidth_, tileHeight_);
 
+        // The work items of one band: pairs of neighbouring tiles, or single
+        // tiles. Which tiles go together depends on the image and the tile
+        // only, never on the jobs.
+        std::vector<std::pair<long, long>> items;
+        const long step = paired_ ? 2 : 1;
+        for (long c = 0; c < static_cast<long>(columns.size()); c += step)
+            items.emplace_back(c, paired_ && c + 1 < static_cast<long>(columns.size()) ? c + 1 : -1);
+
+        // Bands are read and written in groups of as many bands as jobs, so
+        // that every job has work when a band has few tiles.
+        const std::size_t group = std::min<std::size_t>(options_.jobs, bands.size());
+        buffers_.resize(std::min<std::size_t>(options_.jobs, group * items.size()));
         const long total = static_cast<long>(columns.size() * bands.size());
-        long before = 0;
+        long tilesBefore = 0;
         RowWindow<S> window(source_);
-        for (const TileSpan& band : bands) {
-            coverBand(window, band);
-            std::vector<Out> rows(static_cast<std::size_t>((band.writeEnd - band.writeStart) * width_));
+        for (std::size_t first = 0; first < bands.size(); first += group) {
+            const std::size_t last = std::min(bands.size(), first + group);
+            coverBands(window, bands[first], bands[last - 1]);
+            const long top = bands[first].writeStart;
+            std::vector<Out> rows(static_cast<std::size_t>((bands[last - 1].writeEnd - top) * width_));
+            const long count = static_cast<long>((last - first) * items.size());
+            const long groupTiles = static_cast<long>((last - first) * columns.size());
             runJobs(
-                static_cast<unsigned>(buffers_.size()), static_cast<long>(columns.size()),
-                [&](unsigned job, long index) { runTile(window, band, columns[index], buffers_[job], rows); },
+                static_cast<unsigned>(buffers_.size()), count,
+                [&](unsigned job, long index) {
+                    const TileSpan& band = bands[first + static_cast<std::size_t>(index) / items.size()];
+                    const std::pair<long, long>& item = items[static_cast<std::size_t>(index) % items.size()];
+                    runItem(window, band, columns, item, buffers_[job], rows.data() + (band.writeStart - top) * width_);
+                },
                 [&](long ended) {
                     if (options_.progress)
-                        options_.progress(before + ended, total);
+                        options_.progress(tilesBefore + std::min(groupTiles, ended * step), total);
                 });
-            before += static_cast<long>(columns.size());
-            sink_.write(rows.data(), band.writeEnd - band.writeStart);
+            tilesBefore += groupTiles;
+            if (options_.progress)
+                options_.progress(tilesBefore, total);
+            sink_.write(rows.data(), bands[last - 1].writeEnd - top);
         }
         return kxTileReport{options_.tile, margin, total, false};
     }
@@ -147,48 +169,103 @@ public:
 private:
     // What each job keeps from tile to tile.
     struct Buffers {
-        kxPelBuffer<P> tile;
+        kxPelBuffer<P> tile, second;
         kxFrequencyBuffer spectrum;
         kxPelBuffer<double> real, imag;
         std::vector<long> columns;
     };
 
-    // Reads the rows the band's tiles reach (mirrored back into the image).
-    void coverBand(RowWindow<S>& window, const TileSpan& band) const
+    // Whether the filter's gain is real and the same at f and -f: then it
+    // filters two real tiles at once, one as the real and one as the
+    // imaginary part of a transform, and gives each back in its own part.
+    static bool realAndSymmetric(const kxFrequencyFilter& filter, long w, long h)
+    {
+        kxFrequencyBuffer gain(w, h);
+        for (long y = 0; y < h; ++y)
+            for (long x = 0; x < w; ++x)
+                gain.put(x, y, kxPair<double>(1.0, 0.0), false);
+        filter.apply(gain);
+        const kxPelBuffer<double> re = gain.getRealImage(false), im = gain.getImaginaryImage(false);
+        for (long y = 0; y < h; ++y)
+            for (long x = 0; x < w; ++x)
+                if (im(x, y) != 0.0 || re(x, y) != re((w - x) % w, (h - y) % h))
+                    return false;
+        return true;
+    }
+
+    // Reads the rows the tiles of bands first .. last reach (mirrored back
+    // into the image).
+    void coverBands(RowWindow<S>& window, const TileSpan& firstBand, const TileSpan& lastBand) const
     {
         long first = height_, last = 0;
-        for (long y = band.start - margin_; y < band.start - margin_ + tileHeight_; ++y) {
-            const long row = mirrorIndex(y, height_);
-            first = std::min(first, row);
-            last = std::max(last, row + 1);
-        }
+        for (const TileSpan* band : {&firstBand, &lastBand})
+            for (long y = band->start - margin_; y < band->start - margin_ + tileHeight_; ++y) {
+                const long row = mirrorIndex(y, height_);
+                first = std::min(first, row);
+                last = std::max(last, row + 1);
+            }
         window.cover(first, last);
     }
 
-    void runTile(const RowWindow<S>& window, const TileSpan& band, const TileSpan& column, Buffers& b,
-                 std::vector<Out>& rows) const
+    // The tile at `column` of `band`, read from the mirror-extended image.
+    void gather(const RowWindow<S>& window, const TileSpan& band, const TileSpan& column, kxPelBuffer<P>& tile,
+                std::vector<long>& columns) const
     {
-        if (!b.tile.isBound())
-            b.tile = kxPelBuffer<P>(tileWidth_, tileHeight_);
-        b.columns.resize(static_cast<std::size_t>(tileWidth_));
+        if (!tile.isBound())
+            tile = kxPelBuffer<P>(tileWidth_, tileHeight_);
+        columns.resize(static_cast<std::size_t>(tileWidth_));
         for (long x = 0; x < tileWidth_; ++x)
-            b.columns[x] = mirrorIndex(column.start - margin_ + x, width_);
+            columns[static_cast<std::size_t>(x)] = mirrorIndex(column.start - margin_ + x, width_);
         for (long y = 0; y < tileHeight_; ++y) {
             const S* row = window.row(mirrorIndex(band.start - margin_ + y, height_));
-            P* to = &b.tile(0, y);
+            P* to = &tile(0, y);
             for (long x = 0; x < tileWidth_; ++x)
-                to[x] = static_cast<P>(row[b.columns[x]]);
+                to[x] = static_cast<P>(row[columns[static_cast<std::size_t>(x)]]);
         }
-        kfForwardFFT<P>(b.tile, b.spectrum);
+    }
+
+    // One tile, or two as the real and imaginary parts of one transform
+    // (item.second < 0: the first alone, paired with zeros when pairing).
+    void runItem(const RowWindow<S>& window, const TileSpan& band, const std::vector<TileSpan>& columns,
+                 const std::pair<long, long>& item, Buffers& b, Out* rows) const
+    {
+        const TileSpan& first = columns[static_cast<std::size_t>(item.first)];
+        gather(window, band, first, b.tile, b.columns);
+        if (paired_) {
+            if (item.second >= 0) {
+                gather(window, band, columns[static_cast<std::size_t>(item.second)], b.second, b.columns);
+            } else {
+                if (!b.second.isBound())
+                    b.second = kxPelBuffer<P>(tileWidth_, tileHeight_);
+                kfPelSet<P>(b.second, P(0));
+            }
+            kfForwardFFT<P>(b.tile, b.second, b.spectrum);
+        } else {
+            kfForwardFFT<P>(b.tile, b.spectrum);
+        }
         filter_->apply(b.spectrum);
         kfInverseFFT(b.spectrum, b.real, b.imag, true);
+        if (paired_) {
+            writeCore(band, first, b.real, nullptr, rows);
+            if (item.second >= 0)
+                writeCore(band, columns[static_cast<std::size_t>(item.second)], b.imag, nullptr, rows);
+        } else {
+            writeCore(band, first, b.real, &b.imag, rows);
+        }
+    }
 
+    // The part of a tile's core that it owns, converted into the band's
+    // rows. Without an imaginary part (a paired tile, whose own imaginary
+    // part is zero for a real symmetric gain) it counts as 0.
+    void writeCore(const TileSpan& band, const TileSpan& column, const kxPelBuffer<double>& real,
+                   const kxPelBuffer<double>* imag, Out* rows) const
+    {
         const double scale = description_.resultScale();
         const long dx = margin_ - column.start, dy = margin_ - band.start;
         for (long y = band.writeStart; y < band.writeEnd; ++y) {
-            Out* out = rows.data() + (y - band.writeStart) * width_;
+            Out* out = rows + (y - band.writeStart) * width_;
             for (long x = column.writeStart; x < column.writeEnd; ++x) {
-                double re = b.real(x + dx, y + dy), im = b.imag(x + dx, y + dy);
+                double re = real(x + dx, y + dy), im = imag ? (*imag)(x + dx, y + dy) : 0.0;
                 if (scale != 1.0) {
                     re *= scale;
                     im *= scale;
@@ -205,6 +282,7 @@ private:
     long width_, height_;
     long margin_ = 0, tileWidth_ = 0, tileHeight_ = 0;
     std::unique_ptr<kxFrequencyFilter> filter_;
+    bool paired_ = false;
     std::vector<Buffers> buffers_;
 };
 
@@ -266,8 +344,7 @@ kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filte
     if (options.output != kxTileOptions::eReal && options.output != kxTileOptions::eSigned &&
         options.output != kxTileOptions::eMagnitude)
         throw kxFrequencyDefs::InvalidArgument("Unknown output.");
-    if (source.width() < 1 || source.height() < 1)
-        throw kxFrequencyDefs::InvalidSize("The image is empty.");
+    checkSourceSize(source, 1);
     switch (source.type()) {
     case eSampleU8:
         return filterFrom<unsigned char>(source, filter, sink, outputType, options);

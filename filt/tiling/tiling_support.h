@@ -135,6 +135,8 @@ inline std::vector<TileSpan> tileSpans(long length, long core)
 void checkTileSide(long tile, const char* what);
 // The jobs the options give, checked.
 void checkJobs(unsigned jobs);
+// A source's size, checked: at least minSide, below 2^31 (as pel buffers).
+void checkSourceSize(const kxRowSource& source, long minSide);
 
 // Runs work(job, index) for index 0 .. count-1 on `jobs` threads (the
 // calling thread is job 0 and calls `afterEach` after each item it ends

@@ -90,8 +90,7 @@ kxFrequencyBuffer kfWelchSpectrum(kxRowSource& source, const kxWelchOptions& opt
     if (!(options.overlap >= 0.0 && options.overlap <= 0.75))
         throw kxFrequencyDefs::InvalidArgument("Overlap must be from 0 to 0.75.");
     kfWindowWeights(1, options.window);   // refuses a bad window before any work
-    if (source.width() < 8 || source.height() < 8)
-        throw kxFrequencyDefs::InvalidSize("The image must be at least 8 x 8.");
+    checkSourceSize(source, 8);
     switch (source.type()) {
     case eSampleU8:
         return welch<unsigned char>(source, options);

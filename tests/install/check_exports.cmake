@@ -22,7 +22,7 @@ set(allowed
   "^kf[A-Z][A-Za-z0-9]*(<|$)"
   "^kf_(ForwardFFT|InverseFFT|ComputeAngleImage|ComputeQuadrantImage)$"
   "^kf_(ApplyWindow|PhaseCorrelate|FindPeriodicComponents|RemovePeriodicTexture)$"
-  "^kf_(FilterTiled|WelchSpectrum)$"
+  "^kf_(FilterTiled|WelchSpectrum|PhaseCorrelateLarge)$"
   "^operator\\|\\|$"
   "^std::"
   "^__odr_asan\\.")

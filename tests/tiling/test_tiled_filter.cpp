@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -157,11 +159,11 @@ double worstAtBorders(const kxPelBuffer<unsigned char>& image, const kxTileOptio
 
 }  // namespace
 
-// Tiles of 256 put many tile borders across a 1500 x 700 image; there the
+// Tiles of 256 put many tile borders across a 1400 x 700 image; there the
 // result must be the continuous filter's.
 TEST(TiledFilter, NoSeamsAgainstContinuousReference)
 {
-    const kxPelBuffer<unsigned char> image = scene8(1500, 700);
+    const kxPelBuffer<unsigned char> image = scene8(1400, 700);   // 13 tiles a band: one unpaired
     kxTileOptions options;
     options.tile = 256;
     kxTileReport report;
@@ -169,12 +171,13 @@ TEST(TiledFilter, NoSeamsAgainstContinuousReference)
     EXPECT_FALSE(report.single);
     EXPECT_EQ(report.margin, bandReject(0.1, 0.012).margin(65535.0));
     const long core = 256 - 2 * report.margin;
-    EXPECT_EQ(report.tiles, ((1500 + core - 1) / core) * ((700 + core - 1) / core));
+    EXPECT_EQ(report.tiles, ((1400 + core - 1) / core) * ((700 + core - 1) / core));
     // The band-reject filter reads its radial profile at 1/32 of a grid step,
     // truncated: on a 256 grid its gain sits up to 1/8192 cycle per pixel off
     // the continuous one, a few hundredths of a grey level here (a quarter
     // of that on 1024 tiles). Float transforms add far less.
     EXPECT_LT(worst, 0.1);
+    std::printf("band-reject on 256 tiles: largest error %.4f\n", worst);
     // A margin far below the kernel's reach shows at the borders.
     options.margin = 8;
     EXPECT_GT(worstAtBorders(image, options, report), 1.0);
@@ -193,9 +196,15 @@ TEST(TiledFilter, SameResultForAnyNumberOfJobs)
     std::vector<kxPelBuffer<float>> results;
     for (unsigned jobs : {1u, 2u, 3u}) {
         options.jobs = jobs;
+        std::vector<long> progress;
+        options.progress = [&](long done, long total) { progress.push_back(done * 1000 + total); };
         results.push_back(nanFilled<float>(w, h));
-        kfFilterTiled<unsigned char, float>(kfImageView<unsigned char>(image), reject, kfImageView(results.back()),
-                                            options);
+        const kxTileReport report = kfFilterTiled<unsigned char, float>(
+            kfImageView<unsigned char>(image), reject, kfImageView(results.back()), options);
+        // Progress never goes back and ends with every tile.
+        ASSERT_FALSE(progress.empty());
+        EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+        EXPECT_EQ(progress.back(), report.tiles * 1001);
     }
     EXPECT_TRUE(samePixels(results[0], results[1]));
     EXPECT_TRUE(samePixels(results[0], results[2]));
@@ -414,4 +423,90 @@ TEST(TiledFilter, MarginFollowsTheNarrowestWidthAndTheOutput)
     const long before = gabor.margin(255.0);
     gabor.plateau = kxPair<double>(0.02, 0.02);
     EXPECT_GT(gabor.margin(255.0), before);
+}
+
+// The Gabor pass filter has a complex result (one lobe) and takes one tile
+// per transform: its real part and magnitude against the continuous lobe,
+// whose kernel is analytic:
+//     k(x, y) = 2 pi sigma^2 exp(-2 pi^2 sigma^2 (x^2 + y^2)) e^(2 pi i (fx x + fy y)),
+// the result being 2 (k * image).
+TEST(TiledFilter, GaborAgainstContinuousLobe)
+{
+    const long w = 1000, h = 600;
+    const double sigma = 0.02, frequency = 0.15, angle = kPi / 6.0;
+    const kxPelBuffer<unsigned char> image = scene8(w, h, frequency, angle);
+    kxGaborDescription gabor;
+    gabor.sigma = kxPair<double>(sigma, sigma);
+    gabor.frequency = frequency;
+    gabor.angle = angle;
+    kxTileOptions options;
+    options.tile = 256;
+    kxPelBuffer<double> real = nanFilled<double>(w, h), magnitude = nanFilled<double>(w, h);
+    const kxTileReport report =
+        kfFilterTiled<unsigned char, double>(kfImageView<unsigned char>(image), gabor, kfImageView(real), options);
+    options.output = kxTileOptions::eMagnitude;
+    kfFilterTiled<unsigned char, double>(kfImageView<unsigned char>(image), gabor, kfImageView(magnitude), options);
+
+    const long reach = static_cast<long>(std::ceil(std::sqrt(2.0 * std::log(1e10)) / (2.0 * kPi * sigma)));
+    const double fx = frequency * std::cos(angle), fy = frequency * std::sin(angle);
+    auto expected = [&](long x, long y) {
+        std::complex<double> sum = 0.0;
+        for (long dy = -reach; dy <= reach; ++dy)
+            for (long dx = -reach; dx <= reach; ++dx) {
+                const double envelope = std::exp(-2.0 * kPi * kPi * sigma * sigma * static_cast<double>(dx * dx + dy * dy));
+                sum += 2.0 * kPi * sigma * sigma * envelope * std::polar(1.0, 2.0 * kPi * (fx * dx + fy * dy)) *
+                       static_cast<double>(image(RingReference::mirror(x - dx, w), RingReference::mirror(y - dy, h)));
+            }
+        return 2.0 * sum;
+    };
+    const long core = 256 - 2 * report.margin;
+    double worstReal = 0.0, worstMagnitude = 0.0;
+    for (long y : {0L, core - 1, core, h / 2, h - 1})
+        for (long x : {0L, 1L, core - 1, core, 2 * core, w / 2, w - 1}) {
+            const std::complex<double> e = expected(x, y);
+            worstReal = std::max(worstReal, std::fabs(real(x, y) - e.real()));
+            worstMagnitude = std::max(worstMagnitude, std::fabs(magnitude(x, y) - std::abs(e)));
+        }
+    // Float transforms and the lobe's table, sampled exactly on the 256 grid
+    // and cut where its gain is below 1e-6: about 1e-4 here.
+    EXPECT_LT(worstReal, 0.005);
+    EXPECT_LT(worstMagnitude, 0.005);
+    EXPECT_GT(std::fabs(real(w / 2, h / 2)), 1.0);   // the pattern passes
+    std::printf("Gabor on 256 tiles: largest error %.4f (real), %.4f (magnitude)\n", worstReal, worstMagnitude);
+}
+
+namespace {
+
+// A source that claims a size and gives nothing.
+class ClaimingSource : public kxRowSource {
+public:
+    ClaimingSource(long w, long h, kxSampleType type) : w_(w), h_(h), type_(type) {}
+    long width() const override { return w_; }
+    long height() const override { return h_; }
+    kxSampleType type() const override { return type_; }
+
+private:
+    long w_, h_;
+    kxSampleType type_;
+};
+
+}  // namespace
+
+TEST(TiledFilter, RefusesBadSourcesAndSinksBeforeAnyWork)
+{
+    CollectingSink sink;
+    ClaimingSource empty(0, 10, eSampleU8), huge(10, 1L << 40, eSampleU8);
+    expectError<kxFrequencyDefs::InvalidSize>([&] { kfFilterTiled(empty, bandReject(), sink, eSampleU16); },
+                                              "The image is empty.");
+    expectError<kxFrequencyDefs::InvalidSize>([&] { kfFilterTiled(huge, bandReject(), sink, eSampleU16); },
+                                              "The image is larger than 2^31 - 1 in a side.");
+    // A source whose read() does not give the type it says, a sink that does
+    // not take the type asked for.
+    ClaimingSource liar(100, 100, eSampleF32);
+    expectError<kxFrequencyDefs::InvalidArgument>([&] { kfFilterTiled(liar, bandReject(), sink, eSampleU16); },
+                                                  "The source does not give this sample type.");
+    const kxPelBuffer<unsigned short> image(100, 100);
+    StripSource source(image);
+    expectError<kxFrequencyDefs::InvalidArgument>([&] { kfFilterTiled(source, bandReject(), sink, eSampleF64); },
+                                                  "The sink does not take this sample type.");
 }

@@ -285,7 +285,11 @@ struct kxTileOptions {
     /// filtered image; the same plus mid-grey (128 or 32768) for integer
     /// results (floating-point results are the real part as it is); or the
     /// magnitude. Integer results are rounded and clamped to the pixel
-    /// range; floating-point ones are not rounded.
+    /// range; floating-point ones are not rounded. On tiles, a filter whose
+    /// gain is real and the same at f and -f (all but the Gabor pass filter)
+    /// filters two tiles in one transform, as its real and imaginary parts;
+    /// the imaginary part of its result is then taken as 0 (it is rounding
+    /// noise), so that its magnitude is the real part's absolute value.
     enum Output : int { eReal = 0, eSigned = 1, eMagnitude = 2 };
 
     long tile = kfMaxTileSide;   ///< tile side: a power of two, kfMinTileSide to kfMaxTileSide
@@ -325,7 +329,7 @@ KXFREQ_API long kfTileMargin(const kxFilterDescription& filter, kxSampleType out
 /// @throws kxFrequencyDefs::InvalidArgument for bad options (see
 ///         kfTileMargin), an untileable filter on an image larger than one
 ///         tile, a sample type the source or sink does not take;
-///         kxFrequencyDefs::InvalidSize for an empty image.
+///         kxFrequencyDefs::InvalidSize for an empty image or a side of 2^31 or more.
 KXFREQ_API kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
                                       kxSampleType outputType, const kxTileOptions& options = kxTileOptions());
 
@@ -353,10 +357,10 @@ KX_TILED_WORKER(double)
 /// @throws as the streaming form, and kxFrequencyDefs::InvalidSize for a
 ///         result of another size.
 template <typename In, typename Out>
-kxTileReport kfFilterTiled(const kxImageView<const In>& image, const kxFilterDescription& filter,
+kxTileReport kfFilterTiled(const kxImageView<In>& image, const kxFilterDescription& filter,
                            const kxImageView<Out>& result, const kxTileOptions& options = kxTileOptions())
 {
-    return kf_FilterTiled(image, filter, result, options);
+    return kf_FilterTiled(kxImageView<const std::remove_const_t<In>>(image), filter, result, options);
 }
 
 /// The same for pel buffers: a result of the image's size and type.
@@ -400,19 +404,19 @@ KXFREQ_API kxFrequencyBuffer kf_WelchSpectrum(const kxImageView<const float>& im
 KXFREQ_API kxFrequencyBuffer kf_WelchSpectrum(const kxImageView<const double>& image,
                                               const kxWelchOptions& options);
 template <typename T>
-kxFrequencyBuffer kfWelchSpectrum(const kxImageView<const T>& image, const kxWelchOptions& options = kxWelchOptions())
+kxFrequencyBuffer kfWelchSpectrum(const kxImageView<T>& image, const kxWelchOptions& options = kxWelchOptions())
 {
-    return kf_WelchSpectrum(image, options);
+    return kf_WelchSpectrum(kxImageView<const std::remove_const_t<T>>(image), options);
 }
 
 /// The periodic components of an image of any size, found on its Welch
 /// spectrum (frequencies in cycles per pixel of the image).
 template <typename T>
 std::vector<kxPeriodicComponent> kfFindPeriodicComponentsTiled(
-    const kxImageView<const T>& image, const kxPeriodicSearchOptions& search = kxPeriodicSearchOptions(),
+    const kxImageView<T>& image, const kxPeriodicSearchOptions& search = kxPeriodicSearchOptions(),
     const kxWelchOptions& welch = kxWelchOptions())
 {
-    return kfFindPeriodicComponents(kf_WelchSpectrum(image, welch), search);
+    return kfFindPeriodicComponents(kfWelchSpectrum(image, welch), search);
 }
 
 /// Texture removal on an image of any size: components found on the Welch
@@ -420,16 +424,60 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponentsTiled(
 /// by tile into `result` (real part, rounded and clamped for integers).
 /// Returns the components removed.
 template <typename In, typename Out>
-std::vector<kxPeriodicComponent> kfRemovePeriodicTextureTiled(const kxImageView<const In>& image,
+std::vector<kxPeriodicComponent> kfRemovePeriodicTextureTiled(const kxImageView<In>& image,
                                                               const kxImageView<Out>& result,
                                                               const kxTextureRemovalOptions& removal,
                                                               const kxTileOptions& tiling = kxTileOptions(),
                                                               const kxWelchOptions& welch = kxWelchOptions())
 {
     kxPeriodicRejectDescription notches;
-    notches.components = kfFindPeriodicComponents(kf_WelchSpectrum(image, welch), removal.search);
+    notches.components = kfFindPeriodicComponents(kfWelchSpectrum(image, welch), removal.search);
     notches.widthScale = removal.widthScale;
     notches.minSigma = removal.minSigma;
-    kf_FilterTiled(image, notches, result, tiling);
+    kfFilterTiled(image, notches, result, tiling);
     return notches.components;
+}
+
+// ---------------------------------------------------------------------------
+// Registration of images of any size
+
+/// How kfPhaseCorrelateLarge registers two large images.
+struct kxLargeRegistrationOptions {
+    long window = 1024;   ///< side of the full-resolution windows, a power of two from 64 to 2048
+    kxPhaseCorrelationOptions correlation;   ///< window and mean removal of each correlation
+};
+
+// Non-template workers behind kfPhaseCorrelateLarge.
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const unsigned char>& reference,
+                                                     const kxImageView<const unsigned char>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const unsigned short>& reference,
+                                                     const kxImageView<const unsigned short>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const float>& reference,
+                                                     const kxImageView<const float>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+KXFREQ_API kxPhaseCorrelation kf_PhaseCorrelateLarge(const kxImageView<const double>& reference,
+                                                     const kxImageView<const double>& moving,
+                                                     const kxLargeRegistrationOptions& options);
+
+/// The translation between two images of the same size, any size, with the
+/// convention of kfPhaseCorrelate (moving(x + dx, y + dy) = reference(x, y)).
+///
+/// Images up to 2048 in a side are correlated whole (kfPhaseCorrelate).
+/// Larger ones are first reduced by the smallest whole factor r that brings
+/// them within 2048 (each r x r block averaged) and correlated there, which
+/// gives the shift to about r pixels; then a window of `options.window`
+/// pixels in the middle of the part both images share is correlated at full
+/// resolution, the moving image's window displaced by the coarse shift, and
+/// the residual gives the sub-pixel shift. The confidence is the window's.
+/// @throws kxFrequencyDefs::InvalidSize for images of different or empty
+///         sizes, or when the images share less than a 64 x 64 window;
+///         kxFrequencyDefs::InvalidArgument for bad options.
+template <typename T>
+kxPhaseCorrelation kfPhaseCorrelateLarge(const kxImageView<T>& reference, const kxImageView<T>& moving,
+                                         const kxLargeRegistrationOptions& options = kxLargeRegistrationOptions())
+{
+    using C = kxImageView<const std::remove_const_t<T>>;
+    return kf_PhaseCorrelateLarge(C(reference), C(moving), options);
 }
