@@ -46,8 +46,10 @@ py::tuple phaseCorrelate(const py::object& reference, const py::object& moving, 
     kxPhaseCorrelationOptions o;
     o.window = windowNamed(window, taper);
     o.removeMean = removeMean;
+    const bool large = ref.array.shape(0) > kfMaxTransformSide || ref.array.shape(1) > kfMaxTransformSide;
     const kxPhaseCorrelation r =
-        withPixelType(ref.type, [&](auto pixel) { return correlate<decltype(pixel)>(ref.array, mov.array, o); });
+        large ? phaseCorrelateLarge(ref, mov, o)
+              : withPixelType(ref.type, [&](auto pixel) { return correlate<decltype(pixel)>(ref.array, mov.array, o); });
     return py::make_tuple(r.dx, r.dy, r.confidence);
 }
 
@@ -132,7 +134,8 @@ void bindAnalysis(py::module_& m)
 The translation between two images of the same size and dtype by phase
 correlation: (dx, dy, confidence) with moving(x + dx, y + dy) = reference(x, y),
 to a fraction of a pixel; confidence is the height of the normalised
-correlation peak, 0 to 1. window: "hann" (default), "tukey" (with taper, the
+correlation peak, 0 to 1. Images larger than 2048 in a side are registered
+coarsely on reduced copies, then refined on full-resolution windows. window: "hann" (default), "tukey" (with taper, the
 fraction of each axis inside the two tapers) or "none". Each image's mean is
 removed first unless remove_mean is False.
 )doc");

@@ -161,10 +161,14 @@ void bindTiled(py::module_& m);
 // A window by name: "hann", "tukey" (with its taper fraction) or "none".
 kxWindow windowNamed(const std::string& name, double taper);
 
-// Peaks and texture removal of images of any size (tiled.cpp), which the
-// analysis functions use beyond one transform.
+// Peaks, texture removal and registration of images of any size
+// (tiled.cpp), which the analysis functions use beyond one transform.
 std::vector<kxPeriodicComponent> findPeaksOfImage(const py::object& image, const kxPeriodicSearchOptions& search);
 py::array removeTextureTiled(const py::object& image, const kxTextureRemovalOptions& removal, long tile,
                              const py::object& margin, long jobs);
+// Registration of images larger than one transform: a coarse shift on
+// reduced copies refined on full-resolution windows.
+kxPhaseCorrelation phaseCorrelateLarge(const ImageArray& reference, const ImageArray& moving,
+                                       const kxPhaseCorrelationOptions& correlation);
 
 }  // namespace kxpy

@@ -137,7 +137,7 @@ py::array filterArray(const Description& description, const py::object& image, l
             }
             py::gil_scoped_release release;
             for (std::size_t c = 0; c < from.size(); ++c)
-                kfFilterTiled<In, Out>(from[c], description, to[c], options);
+                kfFilterTiled(from[c], description, to[c], options);
             return 0;
         });
     });
@@ -177,7 +177,7 @@ std::unique_ptr<Spectrum> welchSpectrum(const py::object& image, long segment, d
         using T = decltype(sample);
         const kxImageView<const T> view = channelView<const T>(in.array, Axes(), 0);
         py::gil_scoped_release release;
-        return kfWelchSpectrum<T>(view, o);
+        return kfWelchSpectrum(view, o);
     });
     return s;
 }
@@ -257,7 +257,7 @@ std::vector<kxPeriodicComponent> findPeaksOfImage(const py::object& image, const
         using T = decltype(sample);
         const kxImageView<const T> view = channelView<const T>(in.array, Axes(), 0);
         py::gil_scoped_release release;
-        return kfFindPeriodicComponentsTiled<T>(view, search, welch);
+        return kfFindPeriodicComponentsTiled(view, search, welch);
     });
 }
 
@@ -274,10 +274,24 @@ py::array removeTextureTiled(const py::object& image, const kxTextureRemovalOpti
         const kxImageView<const T> from = channelView<const T>(in.array, Axes(), 0);
         const kxImageView<T> to = channelView<T>(result, Axes(), 0);
         py::gil_scoped_release release;
-        kfRemovePeriodicTextureTiled<T, T>(from, to, removal, tiling, welch);
+        kfRemovePeriodicTextureTiled(from, to, removal, tiling, welch);
         return 0;
     });
     return castLike(result, in.original);
+}
+
+kxPhaseCorrelation phaseCorrelateLarge(const ImageArray& reference, const ImageArray& moving,
+                                       const kxPhaseCorrelationOptions& correlation)
+{
+    kxLargeRegistrationOptions o;
+    o.correlation = correlation;
+    return withPixelType(reference.type, [&](auto pixel) {
+        using T = decltype(pixel);
+        const kxImageView<const T> a = channelView<const T>(reference.array, Axes(), 0);
+        const kxImageView<const T> b = channelView<const T>(moving.array, Axes(), 0);
+        py::gil_scoped_release release;
+        return kfPhaseCorrelateLarge(a, b, o);
+    });
 }
 
 void bindTiled(py::module_& m)

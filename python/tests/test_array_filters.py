@@ -215,3 +215,16 @@ def test_welch_spectrum_and_peaks_of_a_large_image(rng):
     assert amplitude_of(cleaned.astype(numpy.float64), frequency, angle) < 0.05 * 20.0
     with pytest.raises(ValueError, match='window must be "hann", "tukey" or "none"'):
         kxfreq.welch_spectrum(image, window="box")
+
+
+def test_registration_of_images_larger_than_one_transform(rng):
+    """A shift of (37, -21) pixels between two crops of a larger smooth scene."""
+    scene = rng.normal(0, 1, (2700, 2500))
+    spectrum = numpy.fft.rfft2(scene)
+    fy = numpy.fft.fftfreq(scene.shape[0])[:, None]
+    fx = numpy.fft.rfftfreq(scene.shape[1])[None, :]
+    scene = numpy.fft.irfft2(spectrum * numpy.exp(-(fx**2 + fy**2) / (2 * 0.05**2)), s=scene.shape)
+    reference = scene[100:2600, 100:2400]
+    moving = scene[100 - 21 : 2600 - 21, 100 + 37 : 2400 + 37]  # moving(x + dx, y + dy) = reference(x, y)
+    dx, dy, confidence = kxfreq.phase_correlate(reference, moving)
+    assert abs(dx - -37) < 0.1 and abs(dy - 21) < 0.1 and confidence > 0.05
