@@ -10,6 +10,17 @@ from . import _kxfreq  # type: ignore[attr-defined]  # compiled; typed by __init
 TILE = 2048
 
 
+_ERROR_NUMBERS = {"InvalidArgumentError": 0x10006300, "InvalidSizeError": 0x10006302}
+
+
+def refuse(kind, message):
+    """The module's refusal of a value (kind: "InvalidArgumentError" or
+    "InvalidSizeError"), as the compiled functions raise it."""
+    error = getattr(_kxfreq, kind)(message)
+    error.error_number = _ERROR_NUMBERS[kind]
+    raise error
+
+
 def _pair(value, name):
     """A Gabor parameter given as one number (both directions) or a pair."""
     try:
@@ -17,7 +28,7 @@ def _pair(value, name):
     except TypeError:
         along = across = value
     except ValueError:
-        raise ValueError(f"{name} must be a number or a pair (along, across), not {value!r}") from None
+        refuse("InvalidArgumentError", f"{name} must be a number or a pair (along, across), not {value!r}")
     return float(along), float(across)
 
 

@@ -29,14 +29,10 @@ __all__ = ["band_pass", "band_reject", "gabor", "gabor_reject", "reject_componen
            "find_peaks", "remove_texture"]
 
 
-def _grey_axes(ndim, channel_axis):
-    """The row and column axes of a 2-D image, or of a 3-D one with channels."""
-    if ndim == 2:
-        return 0, 1
-    if ndim != 3:
-        raise ValueError(f"image must be 2-D (height, width) or 3-D (height, width, channels), not {ndim}-D")
-    channels = channel_axis % 3
-    return tuple(a for a in range(3) if a != channels)
+def _grey_axes(shape, channel_axis):
+    """The row and column axes of an image of this shape, checked as the
+    in-memory functions check them (on a view of one zero, without memory)."""
+    return kxfreq._kxfreq._image_axes(numpy.broadcast_to(numpy.uint8(0), shape), channel_axis)
 
 
 def _output_dtype(image_dtype, dtype):
@@ -53,7 +49,7 @@ def _block_filter(block, function, params, margin, options):
 def _filtered(function, image, description, params, tile, margin, jobs, output, dtype, channel_axis):
     image = da.asarray(image)
     out_dtype = _output_dtype(image.dtype, dtype)
-    rows, columns = _grey_axes(image.ndim, channel_axis)
+    rows, columns = _grey_axes(image.shape, channel_axis)
     # The margin the in-memory function would use (checked against the tile).
     margin = description.margin(out_dtype if dtype is None else dtype, tile, margin)
     depth, chunks = {a: 0 for a in range(image.ndim)}, list(image.chunks)
@@ -146,7 +142,7 @@ def welch_spectrum(image, *, segment=1024, overlap=0.5, window="hann", taper=0.5
     segment is gathered (it is small) and transformed in memory."""
     image = da.asarray(image)
     if image.ndim != 2:
-        raise ValueError(f"image must be 2-D (height, width), not {image.ndim}-D with shape {image.shape}")
+        _arrays.refuse("InvalidSizeError", f"image must be 2-D (height, width), not {image.ndim}-D with shape {image.shape}")
     if min(image.shape) < segment:
         return kxfreq.welch_spectrum(image.compute(), segment=segment, overlap=overlap, window=window,
                                      taper=taper, jobs=jobs)

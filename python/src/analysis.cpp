@@ -18,7 +18,7 @@ kxWindow windowNamed(const std::string& name, double taper)
         return kxWindow::tukey(taper);
     if (name == "none")
         return kxWindow::none();
-    throw py::value_error("window must be \"hann\", \"tukey\" or \"none\", not \"" + name + "\"");
+    refuseArgument("window must be \"hann\", \"tukey\" or \"none\", not \"" + name + "\"");
 }
 
 namespace {

@@ -81,7 +81,7 @@ ImageArray imageArray(const py::object& object, const char* what, unsigned accep
     const std::string name(what);
     const bool channels = (accepts & eChannels) != 0;
     if (a.ndim() != 2 && !(channels && a.ndim() == 3))
-        throw py::value_error(name + (channels ? " must be 2-D (height, width) or 3-D (height, width, channels)"
+        refuseSize(name + (channels ? " must be 2-D (height, width) or 3-D (height, width, channels)"
                                                : " must be 2-D (height, width)") +
                               ", not " + std::to_string(a.ndim()) + "-D with shape " + shapeText(a));
     if (a.size() == 0)
@@ -113,7 +113,7 @@ ImageArray imageArray(const py::object& object, const char* what, unsigned accep
     const bool exactInteger = (kind == 'i' || kind == 'u') && size <= 4;
     const bool wideInteger = (kind == 'i' || kind == 'u') && size == 8;
     if (wideInteger && !withinExactLimit(a))
-        throw py::value_error(name + " of dtype " + dtypeText(d) +
+        refuseArgument(name + " of dtype " + dtypeText(d) +
                               " holds values beyond 2**53, which float64 cannot hold exactly; convert it yourself");
     if (!(exactFloat || exactInteger || wideInteger))
         throw py::type_error(name + " must have a real dtype (uint8, uint16 or float64, or one converted exactly to "

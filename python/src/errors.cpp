@@ -44,26 +44,42 @@ void raise(const py::object& cls, const std::string& message, long number)
 
 }  // namespace
 
+void refuseArgument(const std::string& message)
+{
+    throw kxFrequencyDefs::InvalidArgument(message.c_str());
+}
+
+void refuseSize(const std::string& message)
+{
+    throw kxFrequencyDefs::InvalidSize(message.c_str());
+}
+
 void bindErrors(py::module_& m)
 {
     ErrorClasses& c = errorClasses();
     c.base = makeErrorClass(m, "Error", PyExc_Exception,
                             "Base of the library's errors; str() is the library's message and error_number "
                             "its error number.");
+    // The refusals of a value (a parameter, a size, an empty image) are also
+    // ValueErrors, as Python code expects of them.
     struct Named {
         const char* name;
         const char* doc;
+        bool valueError;
     };
     const Named named[6] = {
-        {"InvalidArgumentError", "A parameter out of its range."},
-        {"UninitializedError", "A spectrum without data, or a filter without a transfer function."},
-        {"InvalidSizeError", "Sizes that do not match or are out of range."},
-        {"UnboundWindowError", "An image without pixels."},
-        {"InvalidBufferError", "A spectrum whose store holds the result of an in-place inverse."},
-        {"BadCoordError", "Element coordinates outside the grid."},
+        {"InvalidArgumentError", "A parameter out of its range (also a ValueError).", true},
+        {"UninitializedError", "A spectrum without data, or a filter without a transfer function.", false},
+        {"InvalidSizeError", "Sizes or dimensions that do not match or are out of range (also a ValueError).", true},
+        {"UnboundWindowError", "An image without pixels (also a ValueError).", true},
+        {"InvalidBufferError", "A spectrum whose store holds the result of an in-place inverse.", false},
+        {"BadCoordError", "Element coordinates outside the grid.", false},
     };
-    for (int i = 0; i < 6; ++i)
-        c.byNumber[i] = makeErrorClass(m, named[i].name, c.base, named[i].doc);
+    for (int i = 0; i < 6; ++i) {
+        const py::object bases =
+            named[i].valueError ? py::object(py::make_tuple(c.base, py::handle(PyExc_ValueError))) : c.base;
+        c.byNumber[i] = makeErrorClass(m, named[i].name, bases, named[i].doc);
+    }
     c.archive = makeErrorClass(m, "ArchiveError", c.base,
                                "Bytes that are not a valid stored spectrum or filter.");
 

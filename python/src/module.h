@@ -148,6 +148,12 @@ void requireConsumed(const kxArchive& archive, const char* what);
 void requireData(const kxFrequencyBuffer& b);
 void requireFrequencyData(const kxFrequencyBuffer& b);
 
+// The module's own refusals of values, as the library's classes (so that
+// Python sees kxfreq.InvalidArgumentError and kxfreq.InvalidSizeError, both
+// also ValueErrors), with messages that name what was given (errors.cpp).
+[[noreturn]] void refuseArgument(const std::string& message);
+[[noreturn]] void refuseSize(const std::string& message);
+
 // ---------------------------------------------------------------------------
 // Bind functions, one per file
 

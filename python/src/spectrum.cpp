@@ -156,7 +156,7 @@ padded from that requested size.
     spectrum.def(py::init([]() { return std::make_unique<Spectrum>(); }));
     spectrum.def(py::init([](long width, long height) {
                      if (width < 1 || height < 1)
-                         throw py::value_error("width and height must be at least 1, not " +
+                         refuseSize("width and height must be at least 1, not " +
                                                std::to_string(width) + " x " + std::to_string(height));
                      auto s = std::make_unique<Spectrum>();
                      s->buffer = kxFrequencyBuffer(width, height);

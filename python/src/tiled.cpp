@@ -25,7 +25,7 @@ kxTileOptions::Output outputNamed(const std::string& name)
         return kxTileOptions::eSigned;
     if (name == "magnitude")
         return kxTileOptions::eMagnitude;
-    throw py::value_error("output must be \"real\", \"signed\" or \"magnitude\", not \"" + name + "\"");
+    refuseArgument("output must be \"real\", \"signed\" or \"magnitude\", not \"" + name + "\"");
 }
 
 kxSampleType sampleOf(PixelType t)
@@ -55,6 +55,13 @@ PixelType resultType(const ImageArray& in, const py::object& dtype)
                          "not " + dtypeText(d));
 }
 
+unsigned jobsOf(long jobs)
+{
+    if (jobs < 1)
+        refuseArgument("jobs must be at least 1, not " + std::to_string(jobs));
+    return static_cast<unsigned>(jobs);
+}
+
 kxTileOptions tileOptions(long tile, const py::object& margin, long jobs, const std::string& output)
 {
     kxTileOptions o;
@@ -62,12 +69,10 @@ kxTileOptions tileOptions(long tile, const py::object& margin, long jobs, const 
     if (!margin.is_none()) {
         o.margin = margin.cast<long>();
         if (o.margin < 0)
-            throw py::value_error("margin must be 0 or more (None: the filter's own), not " +
+            refuseArgument("margin must be 0 or more (None: the filter's own), not " +
                                   std::to_string(o.margin));
     }
-    if (jobs < 1)
-        throw py::value_error("jobs must be at least 1, not " + std::to_string(jobs));
-    o.jobs = static_cast<unsigned>(jobs);
+    o.jobs = jobsOf(jobs);
     o.output = outputNamed(output);
     return o;
 }
@@ -85,7 +90,7 @@ Axes axesOf(const py::array& a, long channelAxis)
         return x;
     const long axis = channelAxis < 0 ? channelAxis + 3 : channelAxis;
     if (axis < 0 || axis > 2)
-        throw py::value_error("channel_axis must be -3 to 2 for a 3-D image, not " + std::to_string(channelAxis));
+        refuseArgument("channel_axis must be -3 to 2 for a 3-D image, not " + std::to_string(channelAxis));
     x.channels = static_cast<int>(axis);
     x.rows = axis == 0 ? 1 : 0;
     x.columns = axis == 2 ? 1 : 2;
@@ -157,13 +162,11 @@ long marginFor(const Description& description, const py::object& dtype, long til
 
 kxWelchOptions welchOptions(long segment, double overlap, const std::string& window, double taper, long jobs)
 {
-    if (jobs < 1)
-        throw py::value_error("jobs must be at least 1, not " + std::to_string(jobs));
     kxWelchOptions o;
     o.segment = segment;
     o.overlap = overlap;
     o.window = windowNamed(window, taper);
-    o.jobs = static_cast<unsigned>(jobs);
+    o.jobs = jobsOf(jobs);
     return o;
 }
 
@@ -320,6 +323,14 @@ void bindTiled(py::module_& m)
             return d;
         }), py::arg("components"), py::arg("width_scale"), py::arg("min_sigma"));
 
+    m.def(
+        "_image_axes",
+        [](const py::object& image, long channelAxis) {
+            const Axes axes = axesOf(imageArray(image, "image", eChannels).array, channelAxis);
+            return py::make_tuple(axes.rows, axes.columns);
+        },
+        py::arg("image"), py::arg("channel_axis"),
+        "The (row, column) axes of an image, after the checks of its dimensions and channel axis.");
     m.def("_welch_spectrum", &welchSpectrum, py::arg("image"), py::arg("segment"), py::arg("overlap"),
           py::arg("window"), py::arg("taper"), py::arg("jobs"));
 }

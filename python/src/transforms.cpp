@@ -116,7 +116,7 @@ kxFrequencyDefs::FrequencyMapping mappingNamed(const std::string& name)
         return kxFrequencyDefs::eMapLog;
     if (name == "phase")
         return kxFrequencyDefs::eMapPhase;
-    throw py::value_error("mapping must be one of \"clip\", \"linear\", \"range\", \"log\", \"phase\", not \"" +
+    refuseArgument("mapping must be one of \"clip\", \"linear\", \"range\", \"log\", \"phase\", not \"" +
                           name + "\"");
 }
 

@@ -158,28 +158,30 @@ def test_the_gil_is_released_while_tiles_are_computed(rng):
 
 
 def test_argument_errors_name_what_they_saw():
+    """Refused values are the module's InvalidArgumentError and InvalidSizeError
+    (both also ValueErrors); refused types are TypeErrors."""
     image = numpy.zeros((100, 100), dtype=numpy.uint8)
-    with pytest.raises(ValueError, match=r"must be 2-D \(height, width\) or 3-D .* not 1-D with shape \(5,\)"):
+    with pytest.raises(kxfreq.InvalidSizeError, match=r"must be 2-D \(height, width\) or 3-D .* not 1-D with shape \(5,\)"):
         kxfreq.band_reject(numpy.zeros(5), frequency=0.1, sigma=0.01)
-    with pytest.raises(ValueError, match=r"not 4-D with shape \(2, 2, 2, 2\)"):
+    with pytest.raises(kxfreq.InvalidSizeError, match=r"not 4-D with shape \(2, 2, 2, 2\)"):
         kxfreq.band_reject(numpy.zeros((2, 2, 2, 2)), frequency=0.1, sigma=0.01)
     with pytest.raises(kxfreq.UnboundWindowError, match=r"image has no pixels \(shape \(0, 4\)\)"):
         kxfreq.gabor(numpy.zeros((0, 4)), frequency=0.1, sigma=0.01)
     with pytest.raises(TypeError, match="must have a real dtype.* not complex128"):
         kxfreq.band_pass(numpy.zeros((8, 8), dtype=complex), frequency=0.1, sigma=0.01)
-    with pytest.raises(ValueError, match='output must be "real", "signed" or "magnitude", not "imag"'):
+    with pytest.raises(kxfreq.InvalidArgumentError, match='output must be "real", "signed" or "magnitude", not "imag"'):
         kxfreq.band_pass(image, frequency=0.1, sigma=0.01, output="imag")
     with pytest.raises(TypeError, match="dtype must be float32 or float64 .* not uint8"):
         kxfreq.band_pass(image, frequency=0.1, sigma=0.01, dtype=numpy.uint8)
-    with pytest.raises(ValueError, match="jobs must be at least 1, not 0"):
+    with pytest.raises(kxfreq.InvalidArgumentError, match="jobs must be at least 1, not 0"):
         kxfreq.band_pass(image, frequency=0.1, sigma=0.01, jobs=0)
-    with pytest.raises(ValueError, match="margin must be 0 or more"):
+    with pytest.raises(kxfreq.InvalidArgumentError, match="margin must be 0 or more"):
         kxfreq.band_pass(image, frequency=0.1, sigma=0.01, margin=-2)
-    with pytest.raises(ValueError, match="channel_axis must be -3 to 2"):
+    with pytest.raises(kxfreq.InvalidArgumentError, match="channel_axis must be -3 to 2"):
         kxfreq.band_pass(numpy.zeros((8, 8, 3)), frequency=0.1, sigma=0.01, channel_axis=3)
     with pytest.raises(TypeError):
         kxfreq.band_pass(image, 0.1, 0.01)  # parameters are keywords
-    with pytest.raises(ValueError, match="sigma must be a number or a pair"):
+    with pytest.raises(kxfreq.InvalidArgumentError, match="sigma must be a number or a pair"):
         kxfreq.gabor(image, frequency=0.1, sigma=(0.1, 0.2, 0.3))
 
 
@@ -213,7 +215,7 @@ def test_welch_spectrum_and_peaks_of_a_large_image(rng):
     cleaned = kxfreq.remove_texture(image.astype(numpy.float32), max_peaks=1)
     assert cleaned.dtype == numpy.float32 and cleaned.shape == image.shape
     assert amplitude_of(cleaned.astype(numpy.float64), frequency, angle) < 0.05 * 20.0
-    with pytest.raises(ValueError, match='window must be "hann", "tukey" or "none"'):
+    with pytest.raises(kxfreq.InvalidArgumentError, match='window must be "hann", "tukey" or "none"'):
         kxfreq.welch_spectrum(image, window="box")
 
 

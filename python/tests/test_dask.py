@@ -87,8 +87,12 @@ def test_bad_options_are_refused_before_anything_runs():
         kd.band_reject(image, frequency=0.1, sigma=0.01, tile=64, margin=40)
     with pytest.raises(kxfreq.InvalidArgumentError):
         kd.band_reject(image, frequency=0.1, sigma=0.01, tile=100)
-    with pytest.raises(ValueError, match="must be 2-D"):
+    with pytest.raises(kxfreq.InvalidSizeError, match=r"must be 2-D \(height, width\), not 4-D with shape"):
         kd.welch_spectrum(da.zeros((10, 10, 10, 10), chunks=5))
+    with pytest.raises(kxfreq.InvalidSizeError, match=r"not 4-D with shape \(10, 10, 10, 10\)"):
+        kd.band_pass(da.zeros((10, 10, 10, 10), chunks=5), frequency=0.1, sigma=0.01)
+    with pytest.raises(kxfreq.InvalidArgumentError, match="channel_axis must be -3 to 2 for a 3-D image, not 5"):
+        kd.band_pass(da.zeros((10, 10, 3), chunks=5), frequency=0.1, sigma=0.01, channel_axis=5)
 
 
 def test_a_pattern_is_found_and_removed_by_reductions(client, rng):

@@ -65,6 +65,19 @@ def test_invalid_argument():
           "DC Removal Radius cannot be negative.")
 
 
+def test_refusals_of_values_are_also_value_errors():
+    for name in ["InvalidArgumentError", "InvalidSizeError", "UnboundWindowError"]:
+        assert issubclass(getattr(kxfreq, name), ValueError)
+    for name in ["UninitializedError", "InvalidBufferError", "BadCoordError", "ArchiveError"]:
+        assert not issubclass(getattr(kxfreq, name), ValueError)
+    error = raised(lambda: kxfreq.forward(numpy.zeros((2, 2, 2))))
+    assert type(error) is kxfreq.InvalidSizeError and error.error_number == LIBRARY_ERRORS["InvalidSizeError"]
+    error = raised(lambda: kxfreq.band_pass(numpy.zeros((8, 8)), frequency=0.1, sigma=0.01, jobs=0))
+    assert type(error) is kxfreq.InvalidArgumentError and error.error_number == LIBRARY_ERRORS["InvalidArgumentError"]
+    error = raised(lambda: kxfreq.gabor(numpy.zeros((8, 8)), frequency=0.1, sigma=(1, 2, 3)))
+    assert type(error) is kxfreq.InvalidArgumentError and error.error_number == LIBRARY_ERRORS["InvalidArgumentError"]
+
+
 def test_unbound_window():
     error = raised(lambda: kxfreq.forward(numpy.zeros((0, 5), dtype=numpy.uint8)))
     assert type(error) is kxfreq.UnboundWindowError

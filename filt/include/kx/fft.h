@@ -158,18 +158,20 @@ public:
     // address (the data may then be absent or changed, never moved).
     template <typename Float>
     struct ElementView {
-        Float* data = nullptr;
-        long width = 0;            // padded width, elements
-        long height = 0;           // padded height, rows
-        long rowStride = 0;        // floats from one row to the next
-        long requestedWidth = 0;   // size of the image the data came from
-        long requestedHeight = 0;
+        Float* data = nullptr;         // (real, imaginary) float pairs; null without data
+        long width = 0;                // padded width, elements
+        long height = 0;               // padded height, rows
+        long rowStride = 0;            // floats from one row to the next
+        long requestedWidth = 0;       // width of the image the data came from
+        long requestedHeight = 0;      // height of the image the data came from
         bool inverseComputed = false;  // the store holds an in-place inverse's spatial result
         bool masked = false;           // a filter left data only in rows bandFirst..bandLast
-        long bandFirst = 0;            // centred row indices, inclusive
-        long bandLast = 0;
+        long bandFirst = 0;            // first row of the band, centred index
+        long bandLast = 0;             // last row of the band, centred index, inclusive
     };
+    // The view of this buffer's store and state, with writable elements.
     ElementView<float> elements();
+    // The same view with read-only elements.
     ElementView<const float> elements() const;
 
 private:
