@@ -51,7 +51,7 @@ def _filtered(function, image, description, params, tile, margin, jobs, output, 
     out_dtype = _output_dtype(image.dtype, dtype)
     rows, columns = _grey_axes(image.shape, channel_axis)
     # The margin the in-memory function would use (checked against the tile).
-    margin = description.margin(out_dtype if dtype is None else dtype, tile, margin)
+    margin = description.margin(image.dtype, dtype, tile, margin)
     depth, chunks = {a: 0 for a in range(image.ndim)}, list(image.chunks)
     for axis in (rows, columns):
         if len(image.chunks[axis]) == 1:

@@ -151,13 +151,15 @@ py::array filterArray(const Description& description, const py::object& image, l
     return result;
 }
 
-// The margin filterArray uses for an image of `dtype` (its full scale sets
-// the default), after the checks that it fits the tile.
-long marginFor(const Description& description, const py::object& dtype, long tile, const py::object& margin)
+// The margin filterArray uses for an image of dtype `imageDtype` and its
+// `dtype` argument (the result's full scale sets the default), after the
+// checks that it fits the tile.
+long marginFor(const Description& description, const py::object& imageDtype, const py::object& dtype, long tile,
+               const py::object& margin)
 {
-    const PixelType t = imageArray(py::module_::import("numpy").attr("zeros")(py::make_tuple(1, 1), dtype), "dtype",
-                                   eFloat32).type;
-    return kfTileMargin(description, sampleOf(t), tileOptions(tile, margin, 1, "real"));
+    const py::object pixel = py::module_::import("numpy").attr("zeros")(py::make_tuple(1, 1), imageDtype);
+    const PixelType outType = resultType(imageArray(pixel, "image", eFloat32), dtype);
+    return kfTileMargin(description, sampleOf(outType), tileOptions(tile, margin, 1, "real"));
 }
 
 kxWelchOptions welchOptions(long segment, double overlap, const std::string& window, double taper, long jobs)
@@ -304,8 +306,8 @@ void bindTiled(py::module_& m)
     base.def("filter", &filterArray, py::arg("image"), py::arg("tile"), py::arg("margin"), py::arg("jobs"),
              py::arg("output"), py::arg("dtype"), py::arg("channel_axis"),
              "The filtered image, of the image's shape.");
-    base.def("margin", &marginFor, py::arg("dtype"), py::arg("tile"), py::arg("margin"),
-             "The overlap margin in pixels for images of dtype `dtype`.");
+    base.def("margin", &marginFor, py::arg("image_dtype"), py::arg("dtype"), py::arg("tile"), py::arg("margin"),
+             "The overlap margin filter() uses for an image of dtype image_dtype and its dtype argument.");
     base.def_property_readonly("kernel_width", &Description::kernelWidth,
                                "Standard deviation of the kernel's widest envelope, pixels.");
 

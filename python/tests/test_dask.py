@@ -39,9 +39,9 @@ def test_the_work_runs_on_the_two_worker_processes(client):
 
 
 @pytest.mark.parametrize("name", FUNCTIONS)
-@pytest.mark.parametrize("dtype", [numpy.uint8, numpy.float32])
+@pytest.mark.parametrize("dtype", [numpy.uint8, numpy.float32, numpy.int16])
 def test_each_filter_equals_the_in_memory_function_within_one_grey_level(client, rng, name, dtype):
-    image = (rng.integers(0, 256, (900, 1100)) if dtype == numpy.uint8 else rng.uniform(0, 255, (900, 1100)))
+    image = rng.uniform(0, 255, (900, 1100)) if dtype == numpy.float32 else rng.integers(0, 256, (900, 1100))
     image = image.astype(dtype)
     expected = getattr(kxfreq, name)(image, **FUNCTIONS[name])
     lazy = getattr(kd, name)(da.from_array(image, chunks=(300, 400)), **FUNCTIONS[name])
@@ -52,7 +52,7 @@ def test_each_filter_equals_the_in_memory_function_within_one_grey_level(client,
 
 def test_chunks_smaller_than_the_margin_are_merged(client, rng):
     image = rng.integers(0, 256, (700, 650), dtype=numpy.uint8)
-    margin = kxfreq._kxfreq._BandRejectDescription(0.01, 0.0, 0.1, 0).margin(numpy.uint8, 2048, None)
+    margin = kxfreq._kxfreq._BandRejectDescription(0.01, 0.0, 0.1, 0).margin(numpy.uint8, None, 2048, None)
     assert margin > 40
     small = da.from_array(image, chunks=(40, 33))
     result = kd.band_reject(small, frequency=0.1, sigma=0.01).compute()
