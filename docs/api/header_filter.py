@@ -11,8 +11,9 @@ Doxygen as documentation, by the conventions the headers are written in:
   line of a run of declarations without comments of their own, it documents
   the whole run (a comment block's group ends where such a line starts);
 - separator lines of dashes are dropped;
-- the library's error classes, declared through a macro, are shown expanded
-  with their documentation (comments cannot travel through a macro).
+- the library's error classes and the members every concrete filter class
+  declares alike, both declared through a macro, are shown expanded with
+  their documentation (comments cannot travel through a macro).
 
 It changes comments only; the code Doxygen parses is the header's own.
 """
@@ -118,16 +119,23 @@ ERRORS = {
 MACRO_USE = re.compile(r"^(\s*)KX_FREQUENCY_ERROR_CLASS\((\w+)\)\s*//\s*(0x[0-9a-fA-F]+)\s*$")
 
 
-def expand_error_classes(lines):
-    """Replaces each use of the error-class macro with its documented expansion."""
+def macro_body(lines, definition):
+    """The lines of the macro whose #define line starts with `definition`,
+    without their continuation backslashes (none if it is not defined)."""
     body = []
     for i, line in enumerate(lines):
-        if line.startswith("#define KX_FREQUENCY_ERROR_CLASS(Name)"):
+        if line.startswith(definition):
             j = i + 1
             while lines[j - 1].rstrip().endswith("\\"):
                 body.append(lines[j].rstrip().rstrip("\\").rstrip())
                 j += 1
             break
+    return body
+
+
+def expand_error_classes(lines):
+    """Replaces each use of the error-class macro with its documented expansion."""
+    body = macro_body(lines, "#define KX_FREQUENCY_ERROR_CLASS(Name)")
     if not body:
         return lines
     out = []
@@ -152,10 +160,32 @@ def expand_error_classes(lines):
     return out
 
 
+FILTER_USE = re.compile(r"^\s*KX_FILTER_CLASS_MEMBERS\((\w+)\)\s*$")
+
+
+def expand_filter_classes(lines):
+    """Replaces each use of the filter-class macro with its expansion, the
+    public members documented as one group."""
+    body = macro_body(lines, "#define KX_FILTER_CLASS_MEMBERS(Class)")
+    if not body:
+        return lines
+    out = []
+    for line in lines:
+        m = FILTER_USE.match(line)
+        if not m:
+            out.append(line)
+            continue
+        for b in body:
+            out.append(b.replace("Class", m.group(1)))
+            if b.strip() == "public:":
+                out.append("    // Copy, assignment, clone and comparison (same parameters and gains).")
+    return out
+
+
 def main():
     with open(sys.argv[1], encoding="utf-8") as f:
         lines = f.read().split("\n")
-    lines = expand_error_classes(lines)
+    lines = expand_filter_classes(expand_error_classes(lines))
     sys.stdout.write("\n".join(filter_lines(lines)))
 
 

@@ -10,6 +10,7 @@
 //         v > 0   * * * * * * * * *      searched (v up to H/2 - 1)
 #include "analysis/analysis_support.h"
 #include "fft/buffer_access.h"
+#include "fft/frequency_index.h"
 
 #include <algorithm>
 #include <cmath>
@@ -63,13 +64,12 @@ public:
         lobeV = std::max(3.0, 2.5 * static_cast<double>(H) / static_cast<double>(std::min(h, H)));
     }
 
-    double at(long k, long l) const { return magnitude[((l % H + H) % H) * W + ((k % W + W) % W)]; }
-    static long signedIndex(long k, long n) { return 2 * k < n ? k : k - n; }
+    double at(long k, long l) const { return magnitude[kf_StorageIndex(l, H) * W + kf_StorageIndex(k, W)]; }
     double radius(double u, double v) const { return std::hypot(u / W, v / H); }
 
     bool inSearchedHalf(long k, long l) const
     {
-        const long u = signedIndex(k, W), v = signedIndex(l, H);
+        const long u = kf_SignedFrequency(k, W), v = kf_SignedFrequency(l, H);
         return v > 0 ? 2 * v < H : (v == 0 && u > 0);
     }
 
@@ -144,8 +144,8 @@ public:
         double du = 0.0, dv = 0.0;
         fit(at(p.k - 1, p.l), p.magnitude, at(p.k + 1, p.l), du, p.sigmaU);
         fit(at(p.k, p.l - 1), p.magnitude, at(p.k, p.l + 1), dv, p.sigmaV);
-        p.u = static_cast<double>(signedIndex(p.k, W)) + du;
-        p.v = static_cast<double>(signedIndex(p.l, H)) + dv;
+        p.u = static_cast<double>(kf_SignedFrequency(p.k, W)) + du;
+        p.v = static_cast<double>(kf_SignedFrequency(p.l, H)) + dv;
     }
 
     long W, H;
@@ -165,7 +165,7 @@ public:
         std::vector<std::vector<double>> members(static_cast<std::size_t>(rings_));
         for (long l = 0; l < s.H; ++l)
             for (long k = 0; k < s.W; ++k)
-                members[ring(s.radius(Spectrum::signedIndex(k, s.W), Spectrum::signedIndex(l, s.H)))].push_back(
+                members[ring(s.radius(kf_SignedFrequency(k, s.W), kf_SignedFrequency(l, s.H)))].push_back(
                     s.magnitude[l * s.W + k]);
         floor_.assign(static_cast<std::size_t>(rings_), minimum);
         for (long r = 0; r < rings_; ++r) {
@@ -242,12 +242,12 @@ kxPeriodicComponent toComponent(const Group& g, const Spectrum& s)
 void requireOptions(const kxPeriodicSearchOptions& o)
 {
     using namespace kx_analysis;
-    require<kxFrequencyDefs::InvalidArgument>(o.maxComponents >= 1, kMaxComponents);
-    require<kxFrequencyDefs::InvalidArgument>(
+    kf_Require<kxFrequencyDefs::InvalidArgument>(o.maxComponents >= 1, kMaxComponents);
+    kf_Require<kxFrequencyDefs::InvalidArgument>(
         o.threshold > 1.0 && o.harmonicThreshold > 1.0 && std::isfinite(o.threshold) && std::isfinite(o.harmonicThreshold),
-        kThreshold);
-    require<kxFrequencyDefs::InvalidArgument>(o.maxHarmonic >= 1 && o.maxHarmonic <= 256, kMaxHarmonic);
-    require<kxFrequencyDefs::InvalidArgument>(o.minFrequency >= 0.0 && o.minFrequency <= 0.5, kMinFrequency);
+        kThresholds);
+    kf_Require<kxFrequencyDefs::InvalidArgument>(o.maxHarmonic >= 1 && o.maxHarmonic <= 256, kMaxHarmonic);
+    kf_Require<kxFrequencyDefs::InvalidArgument>(o.minFrequency >= 0.0 && o.minFrequency <= 0.5, kMinFrequency);
 }
 
 }  // namespace
@@ -256,10 +256,9 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponents(const kxFrequencyBuffe
                                                           const kxPeriodicSearchOptions& options)
 {
     using namespace kx_analysis;
-    require<kxFrequencyDefs::Uninitialized>(Access::data(spectrum) != nullptr, kNoData);
-    require<kxFrequencyDefs::InvalidBuffer>(!Access::inverseComputed(spectrum), kInverseComputed);
-    require<kxFrequencyDefs::InvalidSize>(Access::paddedWidth(spectrum) >= 8 && Access::paddedHeight(spectrum) >= 8,
-                                          kTooSmall);
+    kf_RequireFrequencyData(spectrum);
+    kf_Require<kxFrequencyDefs::InvalidSize>(Access::paddedWidth(spectrum) >= 8 && Access::paddedHeight(spectrum) >= 8,
+                                             kPeakSearchTooSmall);
     requireOptions(options);
 
     const Spectrum s(spectrum);
@@ -267,7 +266,7 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponents(const kxFrequencyBuffe
     for (long l = 0; l < s.H; ++l)
         for (long k = 0; k < s.W; ++k)
             if (s.inSearchedHalf(k, l) &&
-                s.radius(Spectrum::signedIndex(k, s.W), Spectrum::signedIndex(l, s.H)) >= options.minFrequency)
+                s.radius(kf_SignedFrequency(k, s.W), kf_SignedFrequency(l, s.H)) >= options.minFrequency)
                 strongest = std::max(strongest, s.magnitude[l * s.W + k]);
     if (!(strongest > 0.0))
         return {};
@@ -281,7 +280,7 @@ std::vector<kxPeriodicComponent> kfFindPeriodicComponents(const kxFrequencyBuffe
         for (long k = 0; k < s.W; ++k) {
             if (!s.inSearchedHalf(k, l))
                 continue;
-            const long u = Spectrum::signedIndex(k, s.W), v = Spectrum::signedIndex(l, s.H);
+            const long u = kf_SignedFrequency(k, s.W), v = kf_SignedFrequency(l, s.H);
             const double r = s.radius(u, v);
             const double m = s.magnitude[l * s.W + k];
             if (r < options.minFrequency || s.nearZeroFrequency(u, v) || m < lowest * floor.at(r) ||
@@ -376,7 +375,7 @@ std::vector<kxPeriodicComponent> findInImage(const kxPelBuffer_const<T>& image, 
 {
     using namespace kx_analysis;
     requireImage(image);
-    require<kxFrequencyDefs::InvalidSize>(image.width() >= 8 && image.height() >= 8, kTooSmall);
+    kf_Require<kxFrequencyDefs::InvalidSize>(image.width() >= 8 && image.height() >= 8, kPeakSearchTooSmall);
     requireOptions(options);
     kxPelBuffer<double> windowed = kfApplyWindow(image, kxWindow::hann(), true);
     windowed.offset(kxPair<long>(0, 0));

@@ -14,6 +14,7 @@
 // would correlate with itself and put a peak at zero shift.
 #include "analysis/analysis_support.h"
 #include "fft/buffer_access.h"
+#include "fft/frequency_index.h"
 
 #include <cmath>
 #include <complex>
@@ -116,8 +117,6 @@ public:
     }
 
 private:
-    static double signedFrequency(long k, long n) { return static_cast<double>(2 * k < n ? k : k - n); }
-
     // exp(2 pi i f(k) t / n) for every index k of an axis of n.
     // By recurrence from exact values every 64 steps: the recurrence's
     // rounding stays near 1e-14 and the sines and cosines cost little.
@@ -129,7 +128,7 @@ private:
         std::complex<double> current;
         for (long k = 0; k < n; ++k) {
             if (k % 64 == 0 || k == (n + 1) / 2)
-                current = std::polar(1.0, step * signedFrequency(k, n));
+                current = std::polar(1.0, step * static_cast<double>(kf_SignedFrequency(k, n)));
             else
                 current = std::complex<double>(current.real() * rotation.real() - current.imag() * rotation.imag(),
                                                current.real() * rotation.imag() + current.imag() * rotation.real());
@@ -191,8 +190,8 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
     using namespace kx_analysis;
     requireImage(reference);
     requireImage(moving);
-    require<kxFrequencyDefs::InvalidSize>(
-        reference.width() == moving.width() && reference.height() == moving.height(), kSizesDiffer);
+    kf_Require<kxFrequencyDefs::InvalidSize>(
+        reference.width() == moving.width() && reference.height() == moving.height(), kImageSizesDiffer);
     requireWindow(options.window);
 
     const long W = kf_PaddedSize(reference.width());
@@ -231,8 +230,8 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
 
     // Integer peak first, then two rounds of refinement along x and y.
     kxPhaseCorrelation result;
-    double x = static_cast<double>(2 * px < W ? px : px - W);
-    double y = static_cast<double>(2 * py < H ? py : py - H);
+    double x = static_cast<double>(kf_SignedFrequency(px, W));
+    double y = static_cast<double>(kf_SignedFrequency(py, H));
     double height = peak;
     if (height > 0.0) {
         const SurfaceInterpolator surfaceAt(cross);
@@ -251,7 +250,7 @@ kxPhaseCorrelation phaseCorrelate(const kxPelBuffer_const<T>& reference, const k
         kxPelBuffer<double> centred(W, H);
         for (long row = 0; row < H; ++row)
             for (long column = 0; column < W; ++column)
-                centred((column + W / 2) % W, (row + H / 2) % H) = c(column, row);
+                centred(kf_CentredIndex(column, W), kf_CentredIndex(row, H)) = c(column, row);
         *surface = centred;
     }
     return result;

@@ -3,6 +3,7 @@
 // the image's spectrum in one pass by a kxFrequencyFilterImage.
 #include "analysis/analysis_support.h"
 #include "fft/buffer_access.h"
+#include "fft/frequency_index.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,10 +29,10 @@ void multiplyNotch(std::vector<double>& gain, long W, long H, double cu, double 
     const long vFrom = std::max(v0 - rv, v0 - H / 2 + 1), vTo = std::min(v0 + rv, v0 + H / 2);
     for (long v = vFrom; v <= vTo; ++v) {
         const double dv = (static_cast<double>(v) - cv) / sv;
-        const long row = ((v % H) + H) % H;
+        const long row = kf_StorageIndex(v, H);
         for (long u = uFrom; u <= uTo; ++u) {
             const double du = (static_cast<double>(u) - cu) / su;
-            const long col = ((u % W) + W) % W;
+            const long col = kf_StorageIndex(u, W);
             gain[row * W + col] *= 1.0 - std::exp(-0.5 * (du * du + dv * dv));
         }
     }
@@ -52,12 +53,12 @@ kxFrequencyFilterImage kfPeriodicRejectFilter(const std::vector<kxPeriodicCompon
 {
     using namespace kx_analysis;
     const long W = size.x(), H = size.y();
-    require<kxFrequencyDefs::InvalidArgument>(W >= 1 && W <= 2048 && H >= 1 && H <= 2048 && kf_IsPowerOfTwo(W) &&
-                                                  kf_IsPowerOfTwo(H),
-                                              kFilterSize);
+    kf_Require<kxFrequencyDefs::InvalidArgument>(W >= 1 && W <= 2048 && H >= 1 && H <= 2048 && kf_IsPowerOfTwo(W) &&
+                                                     kf_IsPowerOfTwo(H),
+                                                 kRejectFilterSize);
     requireWidths(widthScale, minSigma);
     for (const kxPeriodicComponent& c : components)
-        require<kxFrequencyDefs::InvalidArgument>(finite(c), kComponent);
+        kf_Require<kxFrequencyDefs::InvalidArgument>(finite(c), kComponentNotFinite);
 
     std::vector<double> gain(static_cast<std::size_t>(W * H), 1.0);
     for (const kxPeriodicComponent& c : components) {
@@ -127,7 +128,7 @@ kxPelBuffer<T> removeTexture(const kxPelBuffer_const<T>& image, const kxTextureR
 {
     using namespace kx_analysis;
     requireImage(image);
-    require<kxFrequencyDefs::InvalidSize>(image.width() >= 8 && image.height() >= 8, kTooSmall);
+    kf_Require<kxFrequencyDefs::InvalidSize>(image.width() >= 8 && image.height() >= 8, kPeakSearchTooSmall);
     requireWidths(options.widthScale, options.minSigma);
     const std::vector<kxPeriodicComponent> components = kfFindPeriodicComponents(image, options.search);
     const long w = image.width(), h = image.height();

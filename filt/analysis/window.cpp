@@ -74,16 +74,17 @@ void kx_analysis::windowInto(const kxPelBuffer_const<double>& image, const kxWin
 
 void kx_analysis::requireWindow(const kxWindow& window)
 {
-    require<kxFrequencyDefs::InvalidArgument>(
+    kf_Require<kxFrequencyDefs::InvalidArgument>(
         window.type == kxWindow::eNone || window.type == kxWindow::eHann || window.type == kxWindow::eTukey,
         kWindowType);
     if (window.type == kxWindow::eTukey)
-        require<kxFrequencyDefs::InvalidArgument>(window.taper >= 0.0 && window.taper <= 1.0, kTaper);
+        kf_Require<kxFrequencyDefs::InvalidArgument>(window.taper >= 0.0 && window.taper <= 1.0, kTukeyTaper);
 }
 
 std::vector<double> kfWindowWeights(long length, const kxWindow& window)
 {
-    kx_analysis::require<kxFrequencyDefs::InvalidArgument>(length >= 1 && length <= 2048, kx_analysis::kWindowLength);
+    kxfreq_detail::kf_Require<kxFrequencyDefs::InvalidArgument>(length >= 1 && length <= 2048,
+                                                                kxfreq_detail::kWindowLength);
     kx_analysis::requireWindow(window);
     std::vector<double> weights(static_cast<std::size_t>(length), 1.0);
     if (length == 1 || window.type == kxWindow::eNone)

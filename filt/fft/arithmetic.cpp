@@ -10,18 +10,12 @@
 namespace {
 
 using Access = kx_FrequencyBufferAccess;
-using kxfreq_detail::kf_RequireInitialized;
-using kxfreq_detail::kf_RequireNotInverted;
+using namespace kxfreq_detail;
 
 void needSameSize(const kxFrequencyBuffer& a, const kxFrequencyBuffer& b, const char* message)
 {
-    if (a.width() != b.width() || a.height() != b.height())
-        throw kxFrequencyDefs::InvalidSize(message);
+    kf_Require<kxFrequencyDefs::InvalidSize>(a.width() == b.width() && a.height() == b.height(), message);
 }
-
-const char* const kMultiplySize = "Can only multiply equal-sized frequency buffers.";
-const char* const kAddSize = "Can only add equal-sized frequency buffers.";
-const char* const kSubtractSize = "Can only subtract equal-sized frequency buffers.";
 
 // dst = op(dst, src) over every element of the padded store. src may be dst.
 template <typename Op>

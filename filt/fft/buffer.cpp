@@ -1,6 +1,7 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/huge_pages.h"
+#include "fft/frequency_index.h"
 
 #include <kx/fft.h>
 
@@ -36,18 +37,12 @@ kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src) { *this = src
 kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src, long width, long height)
 {
     using Size = kxFrequencyDefs::InvalidSize;
-    if (width < 2)
-        throw Size("Copied width must be > 1");
-    if (height < 2)
-        throw Size("Copied height must be > 1");
-    if (width > src.width())
-        throw Size("Copied width cannot be greater than source width");
-    if (height > src.height())
-        throw Size("Copied height cannot be greater than source height");
-    if (!kf_IsPowerOfTwo(width))
-        throw Size("Unsupported width");
-    if (!kf_IsPowerOfTwo(height))
-        throw Size("Unsupported height");
+    kf_Require<Size>(width >= 2, kCopiedWidthTooSmall);
+    kf_Require<Size>(height >= 2, kCopiedHeightTooSmall);
+    kf_Require<Size>(width <= src.width(), kCopiedWidthTooLarge);
+    kf_Require<Size>(height <= src.height(), kCopiedHeightTooLarge);
+    kf_Require<Size>(kf_IsPowerOfTwo(width), kUnsupportedWidth);
+    kf_Require<Size>(kf_IsPowerOfTwo(height), kUnsupportedHeight);
 
     setAndAllocate(width, height);
     inverseComputed_ = src.inverseComputed_;
@@ -93,12 +88,11 @@ kxFrequencyBuffer::kxFrequencyBuffer(const kxFrequencyBuffer& src, long width, l
 kxFrequencyBuffer::kxFrequencyBuffer(const kxPelBuffer_const<double>& real,
                                      const kxPelBuffer_const<double>& imaginary)
 {
-    if (!real.isBound() || !imaginary.isBound())
-        throw kxFrequencyDefs::UnboundWindow();
-    if (real.height() != imaginary.height() || real.width() != imaginary.width() ||
-        real.offset() != imaginary.offset())
-        throw kxFrequencyDefs::InvalidSize(
-            "Real and Imaginary PelBuffers must have the same dimensions and offset.");
+    kf_RequireBound(real);
+    kf_RequireBound(imaginary);
+    kf_Require<kxFrequencyDefs::InvalidSize>(real.height() == imaginary.height() && real.width() == imaginary.width() &&
+                                                 real.offset() == imaginary.offset(),
+                                             kPartsDiffer);
     setAndAllocate(real.width(), real.height());
     transform_ = real.xformCache();
     offset_ = real.offset();
@@ -118,8 +112,8 @@ kxFrequencyBuffer::~kxFrequencyBuffer() = default;
 
 void kxFrequencyBuffer::setAndAllocate(long width, long height)
 {
-    if (!(width <= kfMaxTransformSide && height <= kfMaxTransformSide))
-        throw kxFrequencyDefs::InvalidSize(kSizeTooLarge);
+    kf_Require<kxFrequencyDefs::InvalidSize>(width <= kfMaxTransformSide && height <= kfMaxTransformSide,
+                                             kSizeTooLarge);
     allocateGrid(kf_PaddedSize(width), kf_PaddedSize(height));
     requestedWidth_ = width;
     requestedHeight_ = height;
@@ -218,17 +212,13 @@ long kxFrequencyBuffer::elementIndex(long x, long y, bool centered) const
     kf_RequireFrequencyData(*this);
     bool inside;
     if (centered) {
-        inside = x >= -(paddedWidth_ / 2) && x < (paddedWidth_ + 1) / 2 && y >= -(paddedHeight_ / 2) &&
-                 y < (paddedHeight_ + 1) / 2;
-        if (x < 0)
-            x += paddedWidth_;
-        if (y < 0)
-            y += paddedHeight_;
+        inside = kf_IsAxisFrequency(x, paddedWidth_) && kf_IsAxisFrequency(y, paddedHeight_);
+        x = kf_StorageIndex(x, paddedWidth_);
+        y = kf_StorageIndex(y, paddedHeight_);
     } else {
         inside = x >= 0 && x < paddedWidth_ && y >= 0 && y < paddedHeight_;
     }
-    if (!inside)
-        throw kxFrequencyDefs::BadCoord(kCoordinatesOutOfBounds);
+    kf_Require<kxFrequencyDefs::BadCoord>(inside, kCoordinatesOutOfBounds);
     return 2 * (y * paddedWidth_ + x);
 }
 

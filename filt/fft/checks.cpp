@@ -1,6 +1,7 @@
 #include "fft/checks.h"
 
 #include "fft/buffer_access.h"
+#include "fft/frequency_index.h"
 
 namespace kxfreq_detail {
 
@@ -11,19 +12,49 @@ const char* const kCoordinatesOutOfBounds = "Coordinates are out of bounds";
 const char* const kSizeMismatch = "Size of frequency buffer does not match size of filter.";
 const char* const kSizeNotPowerOfTwo = "Size must be a power of 2.";
 const char* const kSizeTooLarge = "Width and Height must be no larger than 2048.";
+const char* const kPartsDiffer = "Real and Imaginary PelBuffers must have the same dimensions and offset.";
+const char* const kCopiedWidthTooSmall = "Copied width must be > 1";
+const char* const kCopiedHeightTooSmall = "Copied height must be > 1";
+const char* const kCopiedWidthTooLarge = "Copied width cannot be greater than source width";
+const char* const kCopiedHeightTooLarge = "Copied height cannot be greater than source height";
+const char* const kUnsupportedWidth = "Unsupported width";
+const char* const kUnsupportedHeight = "Unsupported height";
+const char* const kMultiplySize = "Can only multiply equal-sized frequency buffers.";
+const char* const kAddSize = "Can only add equal-sized frequency buffers.";
+const char* const kSubtractSize = "Can only subtract equal-sized frequency buffers.";
 const char* const kFrequencyOutOfRange = "Frequency must be between 0.0 and 0.5.";
 const char* const kTableTooLarge = "Sigma and plateau values are too large for the filter size.";
+const char* const kGaborSigma = "Sigma values must be positive.";
+const char* const kGaborPlateau = "Plateau values cannot be negative.";
+const char* const kRadialSigma = "Sigma must be positive.";
+const char* const kRadialPlateau = "Plateau cannot be negative.";
+const char* const kDcRemovalRadius = "DC Removal Radius cannot be negative.";
+const char* const kDcProtectionRadius = "DC Protection Radius cannot be negative.";
+
+const char* const kImageUnbound = "Image is not bound.";
+const char* const kImageEmpty = "Image must not be empty.";
+const char* const kImageSizesDiffer = "Reference and moving images must have the same size.";
+const char* const kWindowLength = "Window length must be between 1 and 2048.";
+const char* const kWindowType = "Unknown window type.";
+const char* const kTukeyTaper = "Tukey taper must be between 0.0 and 1.0.";
+const char* const kPeakSearchTooSmall = "Image or spectrum must be at least 8 x 8 for a peak search.";
+const char* const kMaxComponents = "Maximum number of components must be at least 1.";
+const char* const kThresholds = "Thresholds must be finite and greater than 1.";
+const char* const kMaxHarmonic = "Maximum harmonic order must be between 1 and 256.";
+const char* const kMinFrequency = "Minimum frequency must be between 0.0 and 0.5.";
+const char* const kRejectFilterSize = "Size must be a power of 2 no larger than 2048.";
+const char* const kNotchWidths = "Width scale must be between 1 and 10, minimum sigma above 0 and at most 0.1.";
+const char* const kComponentNotFinite = "Component frequencies and widths must be finite.";
 
 void kf_RequireInitialized(const kxFrequencyBuffer& buffer)
 {
-    if (!kx_FrequencyBufferAccess::data(buffer))
-        throw kxFrequencyDefs::Uninitialized(kBufferNotInitialized);
+    kf_Require<kxFrequencyDefs::Uninitialized>(kx_FrequencyBufferAccess::data(buffer) != nullptr,
+                                               kBufferNotInitialized);
 }
 
 void kf_RequireNotInverted(const kxFrequencyBuffer& buffer)
 {
-    if (kx_FrequencyBufferAccess::inverseComputed(buffer))
-        throw kxFrequencyDefs::InvalidBuffer(kInverseComputed);
+    kf_Require<kxFrequencyDefs::InvalidBuffer>(!kx_FrequencyBufferAccess::inverseComputed(buffer), kInverseComputed);
 }
 
 void kf_RequireFrequencyData(const kxFrequencyBuffer& buffer)
@@ -34,43 +65,36 @@ void kf_RequireFrequencyData(const kxFrequencyBuffer& buffer)
 
 void kf_RequireTransferFunction(const void* table)
 {
-    if (!table)
-        throw kxFrequencyDefs::Uninitialized(kFilterNotInitialized);
+    kf_Require<kxFrequencyDefs::Uninitialized>(table != nullptr, kFilterNotInitialized);
 }
 
 void kf_RequireFilterSize(const kxFrequencyBuffer& buffer, const kxPair<long>& size)
 {
-    if (buffer.width() != size.x())
-        throw kxFrequencyDefs::InvalidSize(kSizeMismatch);
-    if (buffer.height() != size.y())
-        throw kxFrequencyDefs::InvalidSize(kSizeMismatch);
+    kf_Require<kxFrequencyDefs::InvalidSize>(buffer.width() == size.x(), kSizeMismatch);
+    kf_Require<kxFrequencyDefs::InvalidSize>(buffer.height() == size.y(), kSizeMismatch);
 }
 
 void kf_RequirePowerOfTwoSize(const kxPair<long>& size)
 {
-    if (!kf_IsPowerOfTwo(size.x()))
-        throw kxFrequencyDefs::InvalidSize(kSizeNotPowerOfTwo);
-    if (!kf_IsPowerOfTwo(size.y()))
-        throw kxFrequencyDefs::InvalidSize(kSizeNotPowerOfTwo);
+    kf_Require<kxFrequencyDefs::InvalidSize>(kf_IsPowerOfTwo(size.x()), kSizeNotPowerOfTwo);
+    kf_Require<kxFrequencyDefs::InvalidSize>(kf_IsPowerOfTwo(size.y()), kSizeNotPowerOfTwo);
 }
 
-// Centred x is valid from -(W/2) up to (W+1)/2 exclusive; the square reaches
-// radius - 1 to both sides, and the positive side is the tighter one.
+// The square reaches radius - 1 to both sides of the zero frequency, and the
+// positive side is the tighter one.
 void kf_RequireDcSquareInside(const kxFrequencyBuffer& buffer, long radius)
 {
     if (radius == 0)
         return;
     kf_RequireNotInverted(buffer);
-    const long width = buffer.width(), height = buffer.height();
-    if (!(radius - 1 < (width + 1) / 2 && radius - 1 < (height + 1) / 2))
-        throw kxFrequencyDefs::BadCoord(kCoordinatesOutOfBounds);
+    kf_Require<kxFrequencyDefs::BadCoord>(
+        kf_IsAxisFrequency(radius - 1, buffer.width()) && kf_IsAxisFrequency(radius - 1, buffer.height()),
+        kCoordinatesOutOfBounds);
 }
 
 void kf_RequireDcRadius(long radius, bool protection)
 {
-    if (radius < 0)
-        throw kxFrequencyDefs::InvalidArgument(protection ? "DC Protection Radius cannot be negative."
-                                                          : "DC Removal Radius cannot be negative.");
+    kf_Require<kxFrequencyDefs::InvalidArgument>(radius >= 0, protection ? kDcProtectionRadius : kDcRemovalRadius);
 }
 
 void kf_RequireBound(const kx_PelBuffer& image)

@@ -1,6 +1,7 @@
 // Real, imaginary, magnitude and phase images of a buffer.
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
+#include "fft/frequency_index.h"
 
 #include <kx/fft.h>
 
@@ -27,14 +28,13 @@ kxPelBuffer<double> componentImage(const kxFrequencyBuffer& buffer, bool centere
     const long W = Access::paddedWidth(buffer);
     const long H = Access::paddedHeight(buffer);
     kxPelBuffer<double> image(W, H, 32);
-    const long hw = W / 2, hh = H / 2;
     double* pixels = image.pointToOffset();
     const float* element = Access::data(buffer);
     for (long y = 0; y < H; ++y) {
-        const long py = centered ? (y < hh ? y + hh : y - hh) : y;
+        const long py = centered ? kf_CentredIndex(y, H) : y;
         double* row = pixels + py * image.rowUpdate();
         for (long x = 0; x < W; ++x, element += 2) {
-            const long px = centered ? (x < hw ? x + hw : x - hw) : x;
+            const long px = centered ? kf_CentredIndex(x, W) : x;
             row[px] = component(element[0], element[1]);
         }
     }

@@ -1,5 +1,6 @@
 // Display mapping of double images to 8-bit images.
 #include "fft/buffer_access.h"
+#include "fft/checks.h"
 
 #include <kx/fft.h>
 
@@ -17,8 +18,7 @@ kxPelBuffer<unsigned char> kfFrequencyMapImage(const kxPelBuffer_const<double>& 
                                                kxFrequencyDefs::FrequencyMapping mapping, double low, double high)
 {
     using Defs = kxFrequencyDefs;
-    if (!src.isBound())
-        throw Defs::UnboundWindow();
+    kxfreq_detail::kf_RequireBound(src);
     const long w = src.width(), h = src.height();
     auto forEach = [&](auto visit) {
         const double* row = src.pointToOffset();

@@ -3,9 +3,6 @@
 
 #include <kx/freqfilt.h>
 
-#include <algorithm>
-#include <cstdint>
-
 kxFrequencyFilter::kxFrequencyFilter() : initialized_(false) {}
 
 kxFrequencyFilter::kxFrequencyFilter(const kxFrequencyFilter&) : kxPersistent(), kxRepBase(), initialized_(false) {}
@@ -65,25 +62,6 @@ void kf_RequireFilterVersion(unsigned char version, long line)
 
 [[noreturn]] void kf_RefuseLoad(const std::string& why) { throw kxArchive::Error("kxFrequencyFilter: " + why); }
 
-float* kf_AlignedTable(std::vector<float>& store, std::size_t count)
-{
-    store.resize(count + 3);
-    std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store.data());
-    address = (address + 15) & ~static_cast<std::uintptr_t>(15);
-    return reinterpret_cast<float*>(address);
-}
-
-float* kf_CommitTable(std::vector<float>& store, float* table, std::size_t oldCount, std::vector<float>& built,
-                      float* builtTable, std::size_t count)
-{
-    if (table && oldCount == count) {
-        std::copy(builtTable, builtTable + count, table);
-        return table;
-    }
-    store.swap(built);
-    return builtTable;
-}
-
 void kf_ClearDcSquare(kxFrequencyBuffer& buffer, long radius)
 {
     const long r = radius - 1;
@@ -116,24 +94,6 @@ void kf_RestoreDcSquare(kxFrequencyBuffer& buffer, long radius, const std::vecto
     for (long y = -r; y <= r; ++y)
         for (long x = -r; x <= r; ++x)
             buffer.put(x, y, saved[i++], true);
-}
-
-float* kf_LoadTable(std::vector<float>& store, bool hasTable, unsigned long expected,
-                    const std::vector<float>& loaded)
-{
-    if (!hasTable) {
-        if (!loaded.empty())
-            kf_RefuseLoad("gains stored for a filter without a table");
-        store.clear();
-        store.shrink_to_fit();
-        return nullptr;
-    }
-    if (expected == 0 || loaded.size() < expected)
-        kf_RefuseLoad("stored gain table does not match its stored size");
-    float* table = kf_AlignedTable(store, loaded.size());
-    std::fill(store.begin(), store.end(), 0.0f);
-    std::copy(loaded.begin(), loaded.end(), table);
-    return table;
 }
 
 }  // namespace kxfreq_detail

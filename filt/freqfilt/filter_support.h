@@ -1,6 +1,6 @@
 #pragma once
-// Internal: what the filters share besides the filter base: their tables,
-// the square around the zero frequency, persistence and the per-element
+// Internal: what the filters share besides the filter base and the gain
+// table: the square around the zero frequency, persistence and the per-element
 // operations of their walks.
 #include "fft/checks.h"
 
@@ -13,31 +13,12 @@
 
 namespace kxfreq_detail {
 
-// Resizes `store` to `count` floats plus room for the 16-byte alignment and
-// returns its first 16-byte aligned address. A vector of floats is at least
-// 4-byte aligned, so rounding up skips at most three floats: three spare
-// floats are all any table needs.
-float* kf_AlignedTable(std::vector<float>& store, std::size_t count);
-
-// Puts a table built aside (in `built`, from `builtTable`) in place of the
-// filter's: a table of the same element count is overwritten where it is,
-// so its address does not change; any other replaces the store.
-float* kf_CommitTable(std::vector<float>& store, float* table, std::size_t oldCount, std::vector<float>& built,
-                      float* builtTable, std::size_t count);
-
 // The square of frequencies -(radius - 1) .. radius - 1 on both axes around
 // the zero frequency, row by row (y outer, x inner), in centred addressing.
 // Callers check it against the buffer first (kf_RequireDcSquareInside).
 void kf_ClearDcSquare(kxFrequencyBuffer& buffer, long radius);
 std::vector<kxPair<double>> kf_SaveDcSquare(const kxFrequencyBuffer& buffer, long radius);
 void kf_RestoreDcSquare(kxFrequencyBuffer& buffer, long radius, const std::vector<kxPair<double>>& saved);
-
-// Loading a gain table: empty without a table; otherwise the larger of the
-// expected and the loaded count, zero-filled, the loaded gains at the start.
-// An archive is untrusted: a table smaller than `expected` gains, or an
-// expected count of zero, is refused with kxArchive::Error.
-float* kf_LoadTable(std::vector<float>& store, bool hasTable, unsigned long expected,
-                    const std::vector<float>& loaded);
 
 // Refuses a load with kxArchive::Error naming what is wrong.
 [[noreturn]] void kf_RefuseLoad(const std::string& why);
@@ -76,15 +57,6 @@ bool kf_Assign(T& field, const T& value)
     const bool differs = kf_Differs(value, field);
     field = value;
     return differs;
-}
-
-// Gains compare like the setters' doubles: a NaN equals anything.
-inline bool kf_SameGains(const float* a, const float* b, long count)
-{
-    for (long i = 0; i < count; ++i)
-        if (kf_Differs(a[i], b[i]))
-            return false;
-    return true;
 }
 
 // What the filters do to one element (a (real, imaginary) float pair) as they

@@ -10,12 +10,12 @@
 #include "freqfilt/filter_support.h"
 
 #include "fft/archive_arrays.h"
+#include "fft/frequency_index.h"
 
 #include <kx/freqfilt.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 using namespace kxfreq_detail;
 
@@ -35,12 +35,11 @@ long makeOdd(long value) { return value % 2 == 0 ? value + 1 : value; }
 kxPair<long> supportOf(const Parameters& p, bool reject)
 {
     using Arg = kxFrequencyDefs::InvalidArgument;
-    if (!(p.frequency >= 0.0 && p.frequency <= 0.5))
-        throw Arg(kFrequencyOutOfRange);
-    if (p.sigma.x() <= 0.0 || p.sigma.y() <= 0.0)
-        throw Arg("Sigma values must be positive.");
-    if (p.plateau.x() < 0.0 || p.plateau.y() < 0.0)
-        throw Arg("Plateau values cannot be negative.");
+    kf_Require<Arg>(p.frequency >= 0.0 && p.frequency <= 0.5, kFrequencyOutOfRange);
+    // Written as refusals of the bad values, so that a NaN sigma or plateau
+    // passes, as it always has.
+    kf_Require<Arg>(!(p.sigma.x() <= 0.0 || p.sigma.y() <= 0.0), kGaborSigma);
+    kf_Require<Arg>(!(p.plateau.x() < 0.0 || p.plateau.y() < 0.0), kGaborPlateau);
     kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
 
@@ -61,8 +60,7 @@ kxPair<long> supportOf(const Parameters& p, bool reject)
     const double pey = std::max(py * c, px * s) * aspect;
     const double width = ex * 8.0 + pex * 2.0 + 0.05 * W;
     const double height = ey * 8.0 + pey * 2.0 + 0.05 * H;
-    if (!(width * height < kMaxTableGains))
-        throw Arg(kTableTooLarge);
+    kf_Require<Arg>(width * height < kMaxTableGains, kTableTooLarge);
     return kxPair<long>(makeOdd(static_cast<long>(width)), makeOdd(static_cast<long>(height)));
 }
 
@@ -132,14 +130,13 @@ template <typename Outside>
 void walkRect(const float* table, long supportWidth, const Rect& rect, long width, long height, const float* src,
               float* dst, Outside outside)
 {
-    const long hw = width >> 1, hh = height >> 1;
     for (long r = 0; r < height; ++r) {
         kf_PollEvery16(r);
-        const long Y = r < hh ? r + hh : r - hh;
+        const long Y = kf_CentredIndex(r, height);
         const bool rowInside = rect.top <= Y && Y <= rect.bottom;
         const long tableRow = (Y - rect.top) * supportWidth;
         for (long c = 0; c < width; ++c) {
-            const long X = c < hw ? c + hw : c - hw;
+            const long X = kf_CentredIndex(c, width);
             const long i = 2 * (r * width + c);
             if (rowInside && rect.left <= X && X < rect.right)
                 kf_ScaleElement(src + i, dst + i, table[tableRow + X - rect.left]);
@@ -156,39 +153,24 @@ kx_GaborFilter::kx_GaborFilter(const kx_GaborFilter& other) : kxPersistent(), kx
     *this = other;
 }
 
-// From a filter without a table only the table is dropped; the parameters
-// and the flag keep their values.
 kx_GaborFilter& kx_GaborFilter::operator=(const kx_GaborFilter& other)
 {
-    if (&other == this)
-        return *this;
-    if (!other.table_) {
-        table_ = nullptr;
-        return *this;
+    if (&other != this && assignTable(other)) {
+        parameters_ = other.parameters_;
+        support_ = other.support_;
     }
-    kx_TableFilter::operator=(other);
-    parameters_ = other.parameters_;
-    support_ = other.support_;
-    const std::size_t count = static_cast<std::size_t>(support_.x() * support_.y());
-    table_ = kf_AlignedTable(store_, count);
-    std::memcpy(table_, other.table_, count * sizeof(float));
     return *this;
 }
 
 kx_GaborFilter::~kx_GaborFilter() = default;
 
-bool kx_GaborFilter::equals(const kx_GaborFilter& other) const
+bool kx_GaborFilter::sameParameters(const kx_TableFilter& other) const
 {
-    if (isInitialized() != other.isInitialized())
-        return false;
-    if (!table_ || !other.table_)
-        return !table_ && !other.table_;
+    const kx_GaborFilter& o = static_cast<const kx_GaborFilter&>(other);
     const Parameters& a = parameters_;
-    const Parameters& b = other.parameters_;
-    if (support_ != other.support_ || a.angle != b.angle || kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma ||
-        a.plateau != b.plateau || a.size != b.size || a.dcRadius != b.dcRadius)
-        return false;
-    return kf_SameGains(table_, other.table_, support_.x() * support_.y());
+    const Parameters& b = o.parameters_;
+    return !(support_ != o.support_ || a.angle != b.angle || kf_Differs(a.frequency, b.frequency) || a.sigma != b.sigma ||
+             a.plateau != b.plateau || a.size != b.size || a.dcRadius != b.dcRadius);
 }
 
 // The new table is built aside and only then committed, so a failed or
@@ -197,14 +179,11 @@ void kx_GaborFilter::create(const Parameters& p)
 {
     const bool reject = role() == eReject;
     const kxPair<long> support = supportOf(p, reject);
-    const std::size_t count = static_cast<std::size_t>(support.x() * support.y());
-    std::vector<float> built;
-    float* builtTable = kf_AlignedTable(built, count);
-    fillTable(builtTable, p, support, reject);
+    kx_GainTable built(static_cast<std::size_t>(support.x() * support.y()));
+    fillTable(built.data(), p, support, reject);
 
     mutating();
-    const std::size_t oldCount = static_cast<std::size_t>(support_.x() * support_.y());
-    table_ = kf_CommitTable(store_, table_, oldCount, built, builtTable, count);
+    table().commit(built);
     support_ = support;
     parameters_ = p;
     setInitialized(true);
@@ -228,7 +207,7 @@ void kx_GaborFilter::change(Change change)
 
 const kx_GaborParameters& kx_GaborFilter::parameters() const
 {
-    kf_RequireTransferFunction(table_);
+    kf_RequireTransferFunction(table().data());
     return parameters_;
 }
 
@@ -247,13 +226,13 @@ kxPair<long> kx_GaborFilter::size() const { return parameters().size; }
 long kx_GaborFilter::dcRadius() const { return parameters().dcRadius; }
 long kx_GaborFilter::supportWidth() const
 {
-    kf_RequireTransferFunction(table_);
+    kf_RequireTransferFunction(table().data());
     return support_.x();
 }
 
 long kx_GaborFilter::supportHeight() const
 {
-    kf_RequireTransferFunction(table_);
+    kf_RequireTransferFunction(table().data());
     return support_.y();
 }
 
@@ -267,10 +246,10 @@ void kx_GaborFilter::walk(const float* in, kxFrequencyBuffer& out) const
     float* outData = getFrequencyBufferData(out);
     if (role() == ePass) {
         maskFrequencyBuffer(out, true, rect.top, rect.bottom);
-        walkRect(table_, support_.x(), rect, W, H, in, outData, kf_ClearElement);
+        walkRect(table().data(), support_.x(), rect, W, H, in, outData, kf_ClearElement);
     } else {
         maskFrequencyBuffer(out, false, 0, 0);
-        walkRect(table_, support_.x(), rect, W, H, in, outData, kf_CopyElement);
+        walkRect(table().data(), support_.x(), rect, W, H, in, outData, kf_CopyElement);
     }
 }
 
@@ -280,10 +259,8 @@ void kx_GaborFilter::streamFields(kxArchive& archive)
     long supportWidth = support_.x(), supportHeight = support_.y();
     Parameters p = parameters_;
     double angle = p.angle.toDouble();
-    bool hasTable = table_ != nullptr;
-    std::vector<float> gains;
-    if (archive.isStoring() && hasTable)
-        gains.assign(table_, table_ + supportWidth * supportHeight);
+    bool hasTable = table().data() != nullptr;
+    std::vector<float> gains = archive.isStoring() ? table().stored() : std::vector<float>();
     archive || supportWidth || supportHeight || angle || p.frequency;
     archive || p.sigma || p.plateau || p.size;
     archive || p.dcRadius || hasTable;
@@ -300,7 +277,7 @@ void kx_GaborFilter::streamFields(kxArchive& archive)
         kf_RefuseLoad("stored support size does not match the stored parameters");
     const unsigned long expected =
         hasTable ? static_cast<unsigned long>(supportWidth) * static_cast<unsigned long>(supportHeight) : 0;
-    table_ = kf_LoadTable(store_, hasTable, expected, gains);
+    table().load(hasTable, expected, gains);
     support_ = support;
     parameters_ = p;
 }

@@ -9,13 +9,14 @@
 #include "freqfilt/filter_support.h"
 
 #include "fft/archive_arrays.h"
+#include "fft/frequency_index.h"
 
 #include <kx/freqfilt.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <cstdlib>
 
 using namespace kxfreq_detail;
 
@@ -33,12 +34,9 @@ using Parameters = kx_RadialParameters;
 long supportOf(const Parameters& p, bool reject)
 {
     using Arg = kxFrequencyDefs::InvalidArgument;
-    if (!(p.frequency >= 0.0 && !(p.frequency > 0.5)))
-        throw Arg(kFrequencyOutOfRange);
-    if (!(p.sigma > 0.0))
-        throw Arg("Sigma must be positive.");
-    if (!(p.plateau >= 0.0))
-        throw Arg("Plateau cannot be negative.");
+    kf_Require<Arg>(p.frequency >= 0.0 && !(p.frequency > 0.5), kFrequencyOutOfRange);
+    kf_Require<Arg>(p.sigma > 0.0, kRadialSigma);
+    kf_Require<Arg>(p.plateau >= 0.0, kRadialPlateau);
     kf_RequireDcRadius(p.dcRadius, reject);
     kf_RequirePowerOfTwoSize(p.size);
     // In bins of the horizontal axis.
@@ -46,8 +44,7 @@ long supportOf(const Parameters& p, bool reject)
     const double s = p.sigma * W;
     const double plateau = p.plateau * W;
     const double width = 4.0 * s + plateau + 0.05 * W;
-    if (!(width * kOversampling < kMaxProfileGains))
-        throw Arg(kTableTooLarge);
+    kf_Require<Arg>(width * kOversampling < kMaxProfileGains, kTableTooLarge);
     const long supportWidth = static_cast<long>(width);
     return supportWidth % 2 == 0 ? supportWidth + 1 : supportWidth;
 }
@@ -81,7 +78,6 @@ template <typename Outside>
 void walkRing(const float* profile, double frequency, long supportWidth, long width, long height, const float* src,
               float* dst, Outside outside)
 {
-    const long hw = width >> 1, hh = height >> 1;
     const float f0 = static_cast<float>(frequency * static_cast<double>(width));
     const double a = static_cast<double>(height) / static_cast<double>(width);
     const double k = 1.0 / (a * a);
@@ -94,16 +90,16 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
         kf_PollEvery16(y);
         const float* s = src + 2 * y * width;
         float* d = dst + 2 * y * width;
-        const long ry = y < hh ? y : height - y;
-        if (ry > rowLimit) {
+        const long rowFrequency = kf_RingFrequency(y, height);
+        if (std::labs(rowFrequency) > rowLimit) {
             for (long x = 0; x < width; ++x)
                 outside(s + 2 * x, d + 2 * x);
             continue;
         }
-        const std::int32_t v = static_cast<std::int32_t>(y < hh ? y : y - height);
+        const std::int32_t v = static_cast<std::int32_t>(rowFrequency);
         const std::int32_t yterm = static_cast<std::int32_t>(static_cast<double>(v * v) * k);
         for (long x = 0; x < width; ++x) {
-            const std::int32_t u = static_cast<std::int32_t>(x < hw ? x : x - width);
+            const std::int32_t u = static_cast<std::int32_t>(kf_RingFrequency(x, width));
             const std::int32_t r2 = u * u + yterm;
             if (r2 <= inner || r2 >= outer) {
                 outside(s + 2 * x, d + 2 * x);
@@ -124,41 +120,26 @@ kx_RadialFilter::kx_RadialFilter(const kx_RadialFilter& other) : kxPersistent(),
     *this = other;
 }
 
-// From a filter without a profile only the profile is dropped; the
-// parameters and the flag keep their values.
 kx_RadialFilter& kx_RadialFilter::operator=(const kx_RadialFilter& other)
 {
-    if (&other == this)
-        return *this;
-    if (!other.profile_) {
-        profile_ = nullptr;
-        return *this;
+    if (&other != this && assignTable(other)) {
+        parameters_ = other.parameters_;
+        supportWidth_ = other.supportWidth_;
+        oversampling_ = other.oversampling_;
     }
-    kx_TableFilter::operator=(other);
-    parameters_ = other.parameters_;
-    supportWidth_ = other.supportWidth_;
-    oversampling_ = other.oversampling_;
-    const std::size_t count = static_cast<std::size_t>(supportWidth_ * oversampling_);
-    profile_ = kf_AlignedTable(store_, count);
-    std::memcpy(profile_, other.profile_, count * sizeof(float));
     return *this;
 }
 
 kx_RadialFilter::~kx_RadialFilter() = default;
 
-bool kx_RadialFilter::equals(const kx_RadialFilter& other) const
+bool kx_RadialFilter::sameParameters(const kx_TableFilter& other) const
 {
-    if (isInitialized() != other.isInitialized())
-        return false;
-    if (!profile_ || !other.profile_)
-        return !profile_ && !other.profile_;
+    const kx_RadialFilter& o = static_cast<const kx_RadialFilter&>(other);
     const Parameters& a = parameters_;
-    const Parameters& b = other.parameters_;
-    if (supportWidth_ != other.supportWidth_ || oversampling_ != other.oversampling_ ||
-        kf_Differs(a.frequency, b.frequency) || kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) ||
-        a.size != b.size || a.dcRadius != b.dcRadius)
-        return false;
-    return kf_SameGains(profile_, other.profile_, supportWidth_ * oversampling_);
+    const Parameters& b = o.parameters_;
+    return !(supportWidth_ != o.supportWidth_ || oversampling_ != o.oversampling_ ||
+             kf_Differs(a.frequency, b.frequency) || kf_Differs(a.sigma, b.sigma) || kf_Differs(a.plateau, b.plateau) ||
+             a.size != b.size || a.dcRadius != b.dcRadius);
 }
 
 // Built aside and only then committed: a failed or cancelled call changes
@@ -168,13 +149,11 @@ void kx_RadialFilter::create(const Parameters& p)
     const bool reject = role() == eReject;
     const long supportWidth = supportOf(p, reject);
     const long count = supportWidth * kOversampling;
-    std::vector<float> built;
-    float* builtProfile = kf_AlignedTable(built, static_cast<std::size_t>(count));
-    fillProfile(builtProfile, p, count, reject);
+    kx_GainTable built(static_cast<std::size_t>(count));
+    fillProfile(built.data(), p, count, reject);
 
     mutating();
-    const std::size_t oldCount = static_cast<std::size_t>(supportWidth_ * oversampling_);
-    profile_ = kf_CommitTable(store_, profile_, oldCount, built, builtProfile, static_cast<std::size_t>(count));
+    table().commit(built);
     supportWidth_ = supportWidth;
     oversampling_ = kOversampling;
     parameters_ = p;
@@ -196,7 +175,7 @@ void kx_RadialFilter::change(Change change)
 
 const kx_RadialParameters& kx_RadialFilter::parameters() const
 {
-    kf_RequireTransferFunction(profile_);
+    kf_RequireTransferFunction(table().data());
     return parameters_;
 }
 
@@ -214,7 +193,7 @@ long kx_RadialFilter::dcRadius() const { return parameters().dcRadius; }
 
 long kx_RadialFilter::supportWidth() const
 {
-    kf_RequireTransferFunction(profile_);
+    kf_RequireTransferFunction(table().data());
     return supportWidth_;
 }
 
@@ -226,9 +205,9 @@ void kx_RadialFilter::walk(const float* in, kxFrequencyBuffer& out) const
     float* outData = getFrequencyBufferData(out);
     const double f = parameters_.frequency;
     if (role() == ePass)
-        walkRing(profile_, f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
     else
-        walkRing(profile_, f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
 }
 
 void kx_RadialFilter::streamFields(kxArchive& archive)
@@ -236,10 +215,8 @@ void kx_RadialFilter::streamFields(kxArchive& archive)
     // Streamed through locals: a load that fails leaves the filter as it was.
     long supportWidth = supportWidth_, oversampling = oversampling_;
     Parameters p = parameters_;
-    bool hasTable = profile_ != nullptr;
-    std::vector<float> gains;
-    if (archive.isStoring() && hasTable)
-        gains.assign(profile_, profile_ + supportWidth * oversampling);
+    bool hasTable = table().data() != nullptr;
+    std::vector<float> gains = archive.isStoring() ? table().stored() : std::vector<float>();
     archive || supportWidth || oversampling || p.frequency || p.sigma || p.plateau;
     archive || p.size;
     archive || p.dcRadius || hasTable;
@@ -254,7 +231,7 @@ void kx_RadialFilter::streamFields(kxArchive& archive)
                      oversampling != kOversampling))
         kf_RefuseLoad("stored profile size does not match the stored parameters");
     const unsigned long expected = hasTable ? static_cast<unsigned long>(supportWidth) * kOversampling : 0;
-    profile_ = kf_LoadTable(store_, hasTable, expected, gains);
+    table().load(hasTable, expected, gains);
     supportWidth_ = supportWidth;
     oversampling_ = oversampling;
     parameters_ = p;

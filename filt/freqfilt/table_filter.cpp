@@ -25,6 +25,26 @@ kx_TableFilter& kx_TableFilter::operator=(const kx_TableFilter& other)
 
 kx_TableFilter::~kx_TableFilter() = default;
 
+bool kx_TableFilter::assignTable(const kx_TableFilter& other)
+{
+    if (!other.table_.data()) {
+        table_.drop();
+        return false;
+    }
+    kxFrequencyFilter::operator=(other);
+    table_ = other.table_;
+    return true;
+}
+
+bool kx_TableFilter::equals(const kx_TableFilter& other) const
+{
+    if (isInitialized() != other.isInitialized())
+        return false;
+    if (!table_.data() || !other.table_.data())
+        return !table_.data() && !other.table_.data();
+    return sameParameters(other) && table_.sameGains(other.table_);
+}
+
 void kx_TableFilter::apply(kxFrequencyBuffer& buffer) const { applyInto(buffer, buffer, false); }
 
 // dst takes the padded size as its requested size; src's offset and
@@ -35,7 +55,7 @@ void kx_TableFilter::applyInto(const kxFrequencyBuffer& src, kxFrequencyBuffer& 
 {
     const long radius = gainsDcRadius();
     kf_RequireInitialized(src);
-    kf_RequireTransferFunction(gains());
+    kf_RequireTransferFunction(table_.data());
     kf_RequireFilterSize(src, gainsSize());
     kf_RequireDcSquareInside(src, radius);
     const std::vector<kxPair<double>> saved =

@@ -312,3 +312,23 @@ TEST(BandFilters, RejectRemovesATextureAndKeepsTheDefect)
     EXPECT_LT(before, 1.5);
     EXPECT_GT(after, 20.0);
 }
+
+// On a grid one row high the only row holds vertical frequency 0, so the
+// ring at horizontal frequency 2 of 8 keeps the elements at u = 2 and u = -2
+// with gain 1 and clears every other.
+// The ring walk counts the only row of a grid one row high as frequency -1
+// (and the only column of a grid one column wide likewise): on 8 x 1 the
+// ring of radius 2 bins lies at yterm = 64 from every element, all outside.
+TEST(BandFilters, SingleRowCountsAsFrequencyMinusOne)
+{
+    const BandPass pass(0.01, 0.0, 0.25, {8, 1}, 0);
+    kxFrequencyBuffer b = kxtest::onesBuffer(8, 1);
+    pass.apply(b);
+    for (long x = 0; x < 8; ++x)
+        EXPECT_EQ(b.get(x, 0, false), kxPair<double>(0, 0)) << x;
+    const BandReject reject(0.01, 0.0, 0.25, {1, 8}, 0);
+    kxFrequencyBuffer c = kxtest::onesBuffer(1, 8);
+    reject.apply(c);
+    for (long y = 0; y < 8; ++y)
+        EXPECT_EQ(c.get(0, y, false), kxPair<double>(1, 1)) << y;
+}

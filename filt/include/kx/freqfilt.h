@@ -12,6 +12,7 @@
 // message respectively); then the padded sizes (InvalidSize).
 #include <kx/fft.h>
 
+#include <cstddef>
 #include <vector>
 
 class KXFREQ_API kxFrequencyFilter : public virtual kxPersistent, public virtual kxRepBase {
@@ -104,6 +105,52 @@ struct kx_RadialParameters {
     long dcRadius = 0;
 };
 
+// The gains of a filter with a table (a Gabor table, a radial profile);
+// internal, not exported. The gains start at a 16-byte aligned address in
+// the store; an empty table (data() null): no transfer function.
+class kx_GainTable {
+public:
+    kx_GainTable() = default;
+    // `count` gains, zero, ready to be filled and then committed.
+    explicit kx_GainTable(std::size_t count);
+    // A copy has its own store holding the same gains.
+    kx_GainTable(const kx_GainTable& other);
+    kx_GainTable& operator=(const kx_GainTable& other);
+    ~kx_GainTable();
+
+    // The gains (null for an empty table): read-only through a const table.
+    const float* data() const { return gains_; }
+    // The gains, writable: how a table built aside is filled.
+    float* data() { return gains_; }
+    // How many gains the table holds.
+    std::size_t count() const { return count_; }
+
+    // Takes the gains of `built`: a table of the same count is overwritten
+    // where it is, so its address does not change; any other takes built's
+    // store.
+    void commit(kx_GainTable& built);
+    // No gains any more; the store is kept for the next commit or copy.
+    void drop() { gains_ = nullptr; }
+    // The gains compare like the setters' doubles: a NaN equals anything.
+    bool sameGains(const kx_GainTable& other) const;
+    // The gains, as an archive stores them (none for an empty table).
+    std::vector<float> stored() const;
+    // From an archive: empty without a table; otherwise `expected` gains
+    // from the start of `loaded`, which may hold more (they are kept, zero
+    // padded, but not used). An archive is untrusted: a table smaller than
+    // `expected` gains, or an expected count of zero, is refused with
+    // kxArchive::Error.
+    void load(bool hasTable, std::size_t expected, const std::vector<float>& loaded);
+
+private:
+    // Resizes the store for `count` gains and points at the aligned start.
+    void allocate(std::size_t count);
+
+    std::vector<float> store_;
+    float* gains_ = nullptr;
+    std::size_t count_ = 0;
+};
+
 // What every filter with a table of gains shares: its role, and the two
 // apply() forms around a walk of the buffer. Use the concrete classes below.
 //
@@ -121,13 +168,28 @@ public:
 
 protected:
     explicit kx_TableFilter(Role role) : role_(role) {}
+    // A copy starts without a table; the body's assignment copies it.
     kx_TableFilter(const kx_TableFilter& other);
     kx_TableFilter& operator=(const kx_TableFilter& other);
     Role role() const { return role_; }
 
+    // The gains; an empty table: no transfer function.
+    kx_GainTable& table() { return table_; }
+    const kx_GainTable& table() const { return table_; }
+    // The first step of a body's assignment: from a filter with a table, the
+    // flag and the gains are copied and the body copies its parameters (true
+    // is returned); from one without, only the gains are dropped and the
+    // parameters and the flag keep their values.
+    bool assignTable(const kx_TableFilter& other);
+    // The comparison of two filters of the same class: the flags, whether
+    // both have a table, then the body's parameters and the gains.
+    bool equals(const kx_TableFilter& other) const;
+
 private:
-    // The table (null: none), the padded size it was made for, the DC radius.
-    virtual const float* gains() const = 0;
+    // The body's parameters and table sizes against those of `other`, a
+    // filter of the same class with a table.
+    virtual bool sameParameters(const kx_TableFilter& other) const = 0;
+    // The padded size the table was made for, and the DC radius.
     virtual kxPair<long> gainsSize() const = 0;
     virtual long gainsDcRadius() const = 0;
     // Multiplies the elements the table covers by their gains, reading `in`
@@ -137,6 +199,7 @@ private:
     void applyInto(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool sizeDestination) const;
 
     Role role_;
+    kx_GainTable table_;
 };
 
 // The body the Gabor filter and the Gabor reject filter share: parameters,
@@ -173,13 +236,12 @@ public:
 
     // The gain table, support height rows of support width gains (null while
     // uninitialised).
-    float* data() const { return table_; }
+    const float* data() const { return table().data(); }
 
 protected:
     explicit kx_GaborFilter(Role role) : kx_TableFilter(role) {}
     kx_GaborFilter(const kx_GaborFilter& other);
     kx_GaborFilter& operator=(const kx_GaborFilter& other);
-    bool equals(const kx_GaborFilter& other) const;
 
     // The DC radius, under the name each filter gives it.
     void dcRadius(long value);
@@ -193,16 +255,33 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_GaborParameters& parameters() const;
-    const float* gains() const override { return table_; }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
+    bool sameParameters(const kx_TableFilter& other) const override;
     void walk(const float* in, kxFrequencyBuffer& out) const override;
 
     kx_GaborParameters parameters_;
-    kxPair<long> support_;
-    std::vector<float> store_;
-    float* table_ = nullptr;   // 16-byte aligned in store_; null: no transfer function
+    kxPair<long> support_;   // the table: support_.y() rows of support_.x() gains
 };
+
+// The members every concrete filter class declares alike, under its own
+// name: copy, assignment, clone, comparison (same parameters and gains), and
+// its versioned persistence and factory registration.
+#define KX_FILTER_CLASS_MEMBERS(Class)                                   \
+public:                                                                  \
+    Class(const Class& other);                                           \
+    Class& operator=(const Class& other);                                \
+    ~Class() override;                                                   \
+    kxFrequencyFilter* clone() const override;                           \
+    bool operator==(const Class& other) const;                           \
+                                                                         \
+protected:                                                               \
+    void dispatchSerialize(kxArchive& archive) override;                 \
+    void serialize_(kxArchive& archive, unsigned char version) override; \
+                                                                         \
+private:                                                                 \
+    static kxPersistent* make();                                         \
+    static kx_Instantiator sExemplar;
 
 // An oriented band-pass filter: a Gaussian lobe, optionally with a flat top
 // (the plateau), centred `frequency` cycles per pixel from the zero frequency
@@ -212,26 +291,14 @@ private:
 // support, not a table of the buffer's size.
 class KXFREQ_API kxFrequencyFilterGabor : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGabor();  // uninitialised, or as set(); copies
+    kxFrequencyFilterGabor();  // uninitialised, or as set()
     kxFrequencyFilterGabor(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                            double frequency, const kxPair<long>& size, long dcRemovalRadius);
-    kxFrequencyFilterGabor(const kxFrequencyFilterGabor& other);
-    kxFrequencyFilterGabor& operator=(const kxFrequencyFilterGabor& other);
-    ~kxFrequencyFilterGabor() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGabor& other) const;  // same parameters and gains
 
     void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterGabor)
 };
 
 // The complement of the Gabor filter: frequencies near the lobe are
@@ -241,26 +308,14 @@ private:
 // second peak at angle + pi, which a second filter must reject.
 class KXFREQ_API kxFrequencyFilterGaborReject : public kx_GaborFilter {
 public:
-    kxFrequencyFilterGaborReject();  // uninitialised, or as set(); copies
+    kxFrequencyFilterGaborReject();  // uninitialised, or as set()
     kxFrequencyFilterGaborReject(const kxPair<double>& sigma, const kxPair<double>& plateau, kxRadian angle,
                                  double frequency, const kxPair<long>& size, long dcProtectionRadius);
-    kxFrequencyFilterGaborReject(const kxFrequencyFilterGaborReject& other);
-    kxFrequencyFilterGaborReject& operator=(const kxFrequencyFilterGaborReject& other);
-    ~kxFrequencyFilterGaborReject() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterGaborReject& other) const;  // same parameters and gains
 
     void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterGaborReject)
 };
 
 // The body the band-pass and band-reject filters share; use the two classes
@@ -290,7 +345,6 @@ protected:
     explicit kx_RadialFilter(Role role) : kx_TableFilter(role) {}
     kx_RadialFilter(const kx_RadialFilter& other);
     kx_RadialFilter& operator=(const kx_RadialFilter& other);
-    bool equals(const kx_RadialFilter& other) const;
 
     void dcRadius(long value);
     long dcRadius() const;
@@ -303,16 +357,14 @@ private:
     template <typename Change>
     void change(Change change);
     const kx_RadialParameters& parameters() const;
-    const float* gains() const override { return profile_; }
     kxPair<long> gainsSize() const override { return parameters_.size; }
     long gainsDcRadius() const override { return parameters_.dcRadius; }
+    bool sameParameters(const kx_TableFilter& other) const override;
     void walk(const float* in, kxFrequencyBuffer& out) const override;
 
     kx_RadialParameters parameters_;
     long supportWidth_ = 0;
-    long oversampling_ = 0;
-    std::vector<float> store_;
-    float* profile_ = nullptr;
+    long oversampling_ = 0;   // the table: a profile of supportWidth_ x oversampling_ gains
 };
 
 // A radial band-pass filter: gain 1 on a ring of half-width `plateau` around
@@ -322,25 +374,13 @@ private:
 // cleared.
 class KXFREQ_API kxFrequencyFilterBandPass : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandPass();  // uninitialised, or as set(); copies
+    kxFrequencyFilterBandPass();  // uninitialised, or as set()
     kxFrequencyFilterBandPass(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcRemovalRadius);
-    kxFrequencyFilterBandPass(const kxFrequencyFilterBandPass& other);
-    kxFrequencyFilterBandPass& operator=(const kxFrequencyFilterBandPass& other);
-    ~kxFrequencyFilterBandPass() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandPass& other) const;  // same parameters and gains
 
     void dcRemovalRadius(long value);  // the DC radius, set and read
     long dcRemovalRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterBandPass)
 };
 
 // The complement of the band-pass filter: frequencies on the ring are
@@ -349,26 +389,15 @@ private:
 // frequency keeps its values.
 class KXFREQ_API kxFrequencyFilterBandReject : public kx_RadialFilter {
 public:
-    kxFrequencyFilterBandReject();  // uninitialised, or as set(); copies
+    kxFrequencyFilterBandReject();  // uninitialised, or as set()
     kxFrequencyFilterBandReject(double sigma, double plateau, double frequency, const kxPair<long>& size, long dcProtectionRadius);
-    kxFrequencyFilterBandReject(const kxFrequencyFilterBandReject& other);
-    kxFrequencyFilterBandReject& operator=(const kxFrequencyFilterBandReject& other);
-    ~kxFrequencyFilterBandReject() override;
-
-    kxFrequencyFilter* clone() const override;
-    bool operator==(const kxFrequencyFilterBandReject& other) const;  // same parameters and gains
 
     void dcProtectionRadius(long value);  // the DC radius, set and read
     long dcProtectionRadius() const;
 
-protected:
-    void dispatchSerialize(kxArchive& archive) override;
-    void serialize_(kxArchive& archive, unsigned char version) override;
-
-private:
-    static kxPersistent* make();
-    static kx_Instantiator sExemplar;
+    KX_FILTER_CLASS_MEMBERS(kxFrequencyFilterBandReject)
 };
+#undef KX_FILTER_CLASS_MEMBERS
 
 // A filter whose transfer function is a whole frequency buffer given by the
 // caller: apply() multiplies element by element. An empty filter reports the
