@@ -170,8 +170,7 @@ private:
     // What each job keeps from tile to tile.
     struct Buffers {
         kxPelBuffer<P> tile, second;
-        kxFrequencyBuffer spectrum;
-        kxPelBuffer<double> real, imag;
+        kxFrequencyBuffer spectrum, spatial;
         std::vector<long> columns;
     };
 
@@ -244,28 +243,36 @@ private:
             kfForwardFFT<P>(b.tile, b.spectrum);
         }
         filter_->apply(b.spectrum);
-        kfInverseFFT(b.spectrum, b.real, b.imag, true);
+        // Unscaled into a buffer kept from tile to tile: no new result images
+        // per tile, and the scale (a power of two) is exact afterwards.
+        kfInverseFFT(b.spectrum, b.spatial, true);
         if (paired_) {
-            writeCore(band, first, b.real, nullptr, rows);
+            writeCore(band, first, b.spatial, ePairedReal, rows);
             if (item.second >= 0)
-                writeCore(band, columns[static_cast<std::size_t>(item.second)], b.imag, nullptr, rows);
+                writeCore(band, columns[static_cast<std::size_t>(item.second)], b.spatial, ePairedImaginary, rows);
         } else {
-            writeCore(band, first, b.real, &b.imag, rows);
+            writeCore(band, first, b.spatial, eComplex, rows);
         }
     }
 
+    // Which part of the spatial result a tile's pixels are.
+    enum Part { eComplex, ePairedReal, ePairedImaginary };
+
     // The part of a tile's core that it owns, converted into the band's
-    // rows. Without an imaginary part (a paired tile, whose own imaginary
-    // part is zero for a real symmetric gain) it counts as 0.
-    void writeCore(const TileSpan& band, const TileSpan& column, const kxPelBuffer<double>& real,
-                   const kxPelBuffer<double>* imag, Out* rows) const
+    // rows. A paired tile is one part of the result; its own imaginary part
+    // (zero for a real symmetric gain) counts as 0.
+    void writeCore(const TileSpan& band, const TileSpan& column, const kxFrequencyBuffer& spatial, Part part,
+                   Out* rows) const
     {
+        const double inverseScale = 1.0 / static_cast<double>(tileWidth_ * tileHeight_);
         const double scale = description_.resultScale();
         const long dx = margin_ - column.start, dy = margin_ - band.start;
         for (long y = band.writeStart; y < band.writeEnd; ++y) {
             Out* out = rows + (y - band.writeStart) * width_;
             for (long x = column.writeStart; x < column.writeEnd; ++x) {
-                double re = real(x + dx, y + dy), im = imag ? (*imag)(x + dx, y + dy) : 0.0;
+                const kxPair<double> value = spatial.get(x + dx, y + dy, false);
+                double re = (part == ePairedImaginary ? value.y() : value.x()) * inverseScale;
+                double im = part == eComplex ? value.y() * inverseScale : 0.0;
                 if (scale != 1.0) {
                     re *= scale;
                     im *= scale;
@@ -322,24 +329,36 @@ kxTileReport filterFrom(kxRowSource& source, const kxFilterDescription& filter, 
 
 }  // namespace
 
+namespace {
+
+// A margin leaves a core of at least one pixel in the tile, or is refused
+// with the largest that fits.
+long fittingMargin(long margin, long tile)
+{
+    const long largest = tile / 2 - 1;
+    if (margin > largest)
+        throw kxFrequencyDefs::InvalidArgument(("A margin of " + std::to_string(margin) +
+                                                " pixels leaves no room in a tile of " + std::to_string(tile) +
+                                                ": at most " + std::to_string(largest) + " fits.")
+                                                   .c_str());
+    return margin;
+}
+
+}  // namespace
+
 long kfTileMargin(const kxFilterDescription& filter, kxSampleType outputType, const kxTileOptions& options)
 {
     checkTileSide(options.tile, "Tile");
-    const long margin = options.margin >= 0 ? options.margin : filter.margin(fullScaleOf(outputType));
-    const long largest = options.tile / 2 - 1;
-    if (margin > largest)
-        throw kxFrequencyDefs::InvalidArgument(("A margin of " + std::to_string(margin) +
-                                                " pixels leaves no room in a tile of " +
-                                                std::to_string(options.tile) + ": at most " +
-                                                std::to_string(largest) + " fits.")
-                                                   .c_str());
-    return margin;
+    return fittingMargin(options.margin >= 0 ? options.margin : filter.margin(fullScaleOf(outputType)),
+                         options.tile);
 }
 
 kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
                            kxSampleType outputType, const kxTileOptions& options)
 {
     checkTileSide(options.tile, "Tile");
+    if (options.margin >= 0)   // the caller's margin must fit even where one transform will do
+        fittingMargin(options.margin, options.tile);
     checkJobs(options.jobs);
     if (options.output != kxTileOptions::eReal && options.output != kxTileOptions::eSigned &&
         options.output != kxTileOptions::eMagnitude)

@@ -41,7 +41,7 @@ public:
             source_.read(skipped.data(), first - last_);
             last_ = first;
         }
-        if (first > first_)
+        if (first > first_ && last_ > first)   // the rows kept move to the front
             std::memmove(store_.data(), store_.data() + (first - first_) * width_,
                          static_cast<std::size_t>((last_ - first) * width_) * sizeof(S));
         first_ = first;

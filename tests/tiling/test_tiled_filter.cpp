@@ -349,6 +349,14 @@ TEST(TiledFilter, RefusesBadOptionsWithClearMessages)
     options.margin = 64;
     expectError<kxFrequencyDefs::InvalidArgument>([&] { kfFilterTiled<unsigned char>(image, bandReject(), options); },
                                                   "A margin of 64 pixels leaves no room in a tile of 128: at most 63 fits.");
+    // Also where the image takes one transform.
+    expectError<kxFrequencyDefs::InvalidArgument>(
+        [&] {
+            kxTileOptions big;
+            big.margin = 1024;
+            kfFilterTiled<unsigned char>(image, bandReject(), big);
+        },
+        "A margin of 1024 pixels leaves no room in a tile of 2048: at most 1023 fits.");
     options.margin = -1;
     // The description's own margin for a narrow ring does not fit a small tile.
     const kxBandRejectDescription narrow = bandReject(0.1, 0.002);
@@ -404,7 +412,10 @@ TEST(TiledFilter, CancellationStopsEveryJob)
         };
         EXPECT_THROW(kfFilterTiled<unsigned char>(image, bandReject(0.2, 0.03), options), kxAttention::Stopped);
         kxAttention::clear();
-        EXPECT_EQ(calls, 3);
+        // One job stops at its next tile; with two, the other job may end
+        // the group of bands first, which is reported once more.
+        EXPECT_GE(calls, 3);
+        EXPECT_LE(calls, jobs == 1 ? 3 : 4);
     }
 }
 
