@@ -213,9 +213,8 @@ std::unique_ptr<kxFilterDescription> kxFixedFilterDescription::clone() const
     return std::make_unique<kxFixedFilterDescription>(*this);
 }
 
-std::unique_ptr<kxFrequencyFilter> kxFixedFilterDescription::makeFilter(const kxPair<long>& size) const
+// The filter refuses a spectrum of another size itself when applied.
+std::unique_ptr<kxFrequencyFilter> kxFixedFilterDescription::makeFilter(const kxPair<long>&) const
 {
-    if (size != size_)
-        throw kxFrequencyDefs::InvalidSize("Size of frequency buffer does not match size of filter.");
     return std::unique_ptr<kxFrequencyFilter>(filter_->clone());
 }

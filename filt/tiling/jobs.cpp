@@ -28,6 +28,8 @@ void checkTileSide(long tile, const char* what)
                 .c_str());
 }
 
+void refuseSampleType() { throw kxFrequencyDefs::InvalidArgument("Unknown sample type."); }
+
 void checkJobs(unsigned jobs)
 {
     if (jobs < 1 || jobs > kMaxJobs)

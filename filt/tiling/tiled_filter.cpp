@@ -310,23 +310,6 @@ kxTileReport filterAs(kxRowSource& source, const kxFilterDescription& filter, kx
     return run.tiled(kfTileMargin(filter, sampleTypeOf<Out>(), options));
 }
 
-template <typename S>
-kxTileReport filterFrom(kxRowSource& source, const kxFilterDescription& filter, kxRowSink& sink,
-                        kxSampleType outputType, const kxTileOptions& options)
-{
-    switch (outputType) {
-    case eSampleU8:
-        return filterAs<S, unsigned char>(source, filter, sink, options);
-    case eSampleU16:
-        return filterAs<S, unsigned short>(source, filter, sink, options);
-    case eSampleF32:
-        return filterAs<S, float>(source, filter, sink, options);
-    case eSampleF64:
-        return filterAs<S, double>(source, filter, sink, options);
-    }
-    throw kxFrequencyDefs::InvalidArgument("Unknown sample type.");
-}
-
 }  // namespace
 
 namespace {
@@ -364,17 +347,12 @@ kxTileReport kfFilterTiled(kxRowSource& source, const kxFilterDescription& filte
         options.output != kxTileOptions::eMagnitude)
         throw kxFrequencyDefs::InvalidArgument("Unknown output.");
     checkSourceSize(source, 1);
-    switch (source.type()) {
-    case eSampleU8:
-        return filterFrom<unsigned char>(source, filter, sink, outputType, options);
-    case eSampleU16:
-        return filterFrom<unsigned short>(source, filter, sink, outputType, options);
-    case eSampleF32:
-        return filterFrom<float>(source, filter, sink, outputType, options);
-    case eSampleF64:
-        return filterFrom<double>(source, filter, sink, outputType, options);
-    }
-    throw kxFrequencyDefs::InvalidArgument("Unknown sample type.");
+    return withSampleType(source.type(), [&](auto* in) {
+        using S = std::remove_pointer_t<decltype(in)>;
+        return withSampleType(outputType, [&](auto* out) {
+            return filterAs<S, std::remove_pointer_t<decltype(out)>>(source, filter, sink, options);
+        });
+    });
 }
 
 // ---------------------------------------------------------------------------

@@ -133,6 +133,26 @@ inline std::vector<TileSpan> tileSpans(long length, long core)
 
 // The tile side the options give, checked.
 void checkTileSide(long tile, const char* what);
+// Refuses a sample type outside kxSampleType.
+[[noreturn]] void refuseSampleType();
+
+// visit(static_cast<T*>(nullptr)) with T the type `type` names.
+template <typename Visit>
+auto withSampleType(kxSampleType type, Visit visit)
+{
+    switch (type) {
+    case eSampleU8:
+        return visit(static_cast<unsigned char*>(nullptr));
+    case eSampleU16:
+        return visit(static_cast<unsigned short*>(nullptr));
+    case eSampleF32:
+        return visit(static_cast<float*>(nullptr));
+    case eSampleF64:
+        return visit(static_cast<double*>(nullptr));
+    }
+    refuseSampleType();
+}
+
 // The jobs the options give, checked.
 void checkJobs(unsigned jobs);
 // A source's size, checked: at least minSide, below 2^31 (as pel buffers).

@@ -91,17 +91,8 @@ kxFrequencyBuffer kfWelchSpectrum(kxRowSource& source, const kxWelchOptions& opt
         throw kxFrequencyDefs::InvalidArgument("Overlap must be from 0 to 0.75.");
     kfWindowWeights(1, options.window);   // refuses a bad window before any work
     checkSourceSize(source, 8);
-    switch (source.type()) {
-    case eSampleU8:
-        return welch<unsigned char>(source, options);
-    case eSampleU16:
-        return welch<unsigned short>(source, options);
-    case eSampleF32:
-        return welch<float>(source, options);
-    case eSampleF64:
-        return welch<double>(source, options);
-    }
-    throw kxFrequencyDefs::InvalidArgument("Unknown sample type.");
+    return withSampleType(source.type(),
+                          [&](auto* sample) { return welch<std::remove_pointer_t<decltype(sample)>>(source, options); });
 }
 
 namespace {

@@ -200,7 +200,8 @@ public:
     ~kxFixedFilterDescription() override;
 
     std::unique_ptr<kxFilterDescription> clone() const override;
-    // The filter itself for its own size; InvalidSize for any other.
+    // The filter itself, whatever the size: applied to a spectrum of another
+    // padded size than its own, it refuses it (InvalidSize).
     std::unique_ptr<kxFrequencyFilter> makeFilter(const kxPair<long>& size) const override;
     double kernelWidth() const override { return 0.0; }
     double passBandArea() const override { return 0.0; }
