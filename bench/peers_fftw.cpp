@@ -169,9 +169,9 @@ void pipeline(benchmark::State& state)
 
 }  // namespace
 
-BENCHMARK(realForwardInPlace)->Name("forward_real_inplace/fftw")->Apply(kxBenchSizes);
-BENCHMARK(inverseMagnitude)->Name("inverse_magnitude/fftw")->Apply(kxBenchSizes);
-BENCHMARK(pipeline)->Name("pipeline/fftw")->Apply(kxBenchSizes);
-BENCHMARK(realForward)->Name("forward_real/fftw")->Apply(kxBenchSizes);
-BENCHMARK(complexTransform<FFTW_FORWARD>)->Name("forward_complex/fftw")->Apply(kxBenchSizes);
-BENCHMARK(complexTransform<FFTW_BACKWARD>)->Name("inverse_complex/fftw")->Apply(kxBenchSizes);
+BENCHMARK(realForwardInPlace)->Name("forward_real_inplace/fftw")->Apply(kxPeerSizes);
+BENCHMARK(inverseMagnitude)->Name("inverse_magnitude/fftw")->Apply(kxPeerSizes);
+BENCHMARK(pipeline)->Name("pipeline/fftw")->Apply(kxPeerSizes);
+BENCHMARK(realForward)->Name("forward_real/fftw")->Apply(kxPeerSizes);
+BENCHMARK(complexTransform<FFTW_FORWARD>)->Name("forward_complex/fftw")->Apply(kxPeerSizes);
+BENCHMARK(complexTransform<FFTW_BACKWARD>)->Name("inverse_complex/fftw")->Apply(kxPeerSizes);

@@ -87,7 +87,7 @@ void pipeline(benchmark::State& state)
 
 }  // namespace
 
-BENCHMARK(pipeline)->Name("pipeline/opencv")->Apply(kxBenchSizes);
-BENCHMARK(realForward)->Name("forward_real/opencv")->Apply(kxBenchSizes);
-BENCHMARK(complexForward)->Name("forward_complex/opencv")->Apply(kxBenchSizes);
-BENCHMARK(inverseReal)->Name("inverse_real/opencv")->Apply(kxBenchSizes);
+BENCHMARK(pipeline)->Name("pipeline/opencv")->Apply(kxPeerSizes);
+BENCHMARK(realForward)->Name("forward_real/opencv")->Apply(kxPeerSizes);
+BENCHMARK(complexForward)->Name("forward_complex/opencv")->Apply(kxPeerSizes);
+BENCHMARK(inverseReal)->Name("inverse_real/opencv")->Apply(kxPeerSizes);

@@ -2,6 +2,7 @@
 // writing code.
 #include "commands.h"
 #include "options.h"
+#include "studio/studio.h"
 
 #include <kx/core/exception.h>
 
@@ -27,6 +28,7 @@ const Command kCommands[] = {
     {&kxcli::kRoundtripCommand, kxcli::runRoundtrip, "transform an image forward and back"},
     {&kxcli::kRegisterCommand, kxcli::runRegister, "measure the shift between two images, to a fraction of a pixel"},
     {&kxcli::kPeaksCommand, kxcli::runPeaks, "list the periodic components (textures, stripes) of an image"},
+    {&kxcli::kStudioCommand, kxcli::runStudio, "design a filter on an image in the browser"},
 };
 
 std::string mainHelp()

@@ -1,7 +1,7 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
-#include "fft/engine/huge_pages.h"
 #include "fft/frequency_index.h"
+#include "fft/stores.h"
 
 #include <kx/fft.h>
 
@@ -29,6 +29,8 @@ kxFrequencyBuffer::kxFrequencyBuffer() = default;
 kxFrequencyBuffer::kxFrequencyBuffer(long width, long height)
 {
     setAndAllocate(width, height);
+    // A recycled store holds old floats; this constructor promises zeros.
+    std::memset(data_, 0, sizeof(float) * 2 * paddedWidth_ * paddedHeight_);
     // transform_ and offset_ start as the identity and (0, 0).
 }
 
@@ -108,7 +110,7 @@ kxFrequencyBuffer::kxFrequencyBuffer(const kxPelBuffer_const<double>& real,
     kf_ClearPadding(requestedWidth_, requestedHeight_, paddedWidth_, paddedHeight_, data_);
 }
 
-kxFrequencyBuffer::~kxFrequencyBuffer() = default;
+kxFrequencyBuffer::~kxFrequencyBuffer() { kf_ReleaseStore(store_); }
 
 void kxFrequencyBuffer::setAndAllocate(long width, long height)
 {
@@ -125,14 +127,10 @@ void kxFrequencyBuffer::setAndAllocate(long width, long height)
 void kxFrequencyBuffer::allocateGrid(long paddedWidth, long paddedHeight)
 {
     if (!data_ || paddedWidth != paddedWidth_ || paddedHeight != paddedHeight_) {
-        // A new store is allocated so that its first touch is cheap; a store
-        // the buffer already has is resized, which keeps its floats (and, at
-        // the same size, its address).
-        const std::size_t count = static_cast<std::size_t>(paddedWidth * paddedHeight * 2 + 7);
-        if (store_.empty())
-            kf_AllocateZeroed(store_, count);
-        else
-            store_.resize(count);
+        // A store of the same size is kept (with its address); otherwise a
+        // recycled or fresh one is taken. Its floats are not cleared: every
+        // caller writes the whole grid, or clears it.
+        kf_TakeStore(store_, kf_StoreFloats(paddedWidth, paddedHeight));
         pointAtStore();
     }
     paddedWidth_ = paddedWidth;
@@ -143,12 +141,7 @@ void kxFrequencyBuffer::allocateGrid(long paddedWidth, long paddedHeight)
 
 // The data start at the store's first float rounded up to 16 bytes; the 7
 // spare floats of the store leave room for that rounding.
-void kxFrequencyBuffer::pointAtStore()
-{
-    std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.data());
-    address = (address + 15) & ~static_cast<std::uintptr_t>(15);
-    data_ = reinterpret_cast<float*>(address);
-}
+void kxFrequencyBuffer::pointAtStore() { data_ = kf_AlignedStart(store_); }
 
 kxFrequencyBuffer& kxFrequencyBuffer::operator=(const kxFrequencyBuffer& src)
 {

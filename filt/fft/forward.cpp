@@ -4,9 +4,13 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
+#include "fft/engine/shared_work.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
+#include <kx/fft_threads.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -40,7 +44,7 @@ void prepareResult(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
 // row's remaining floats up to W written as zeros (one more for W = 1, the
 // imaginary part of the only element), then the real-input engine.
 template <typename T>
-void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
+void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, int threads)
 {
     if (!image.isBound())
         throw kxFrequencyDefs::UnboundWindow();
@@ -51,28 +55,36 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
     const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
     const long zerosAfterRow = W == 1 ? 1 : 0;
 
-    float* row = Access::data(result);
-    const T* pixels = read.pointToOffset();
-    long y = 0;
-    for (; y < read.height(); ++y, row += 2 * W, pixels += read.rowUpdate()) {
-        long x = 0;
-        for (; x < read.width(); ++x)
-            row[x] = static_cast<float>(pixels[x]);
-        for (; x < W + zerosAfterRow; ++x)
-            row[x] = 0.0f;
-    }
-    for (; y < H; ++y, row += 2 * W)
-        for (long x = 0; x < W + zerosAfterRow; ++x)
-            row[x] = 0.0f;
+    // Rows in blocks, shared among the threads like the engine's lines.
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        threads, blocks,
+        [&](int block, int) {
+            const long y1 = std::min(H, (block + 1) * kBlockRows);
+            for (long y = block * kBlockRows; y < y1; ++y) {
+                float* row = Access::data(result) + 2 * W * y;
+                long x = 0;
+                if (y < read.height()) {
+                    const T* pixels = read.pointToOffset() + y * read.rowUpdate();
+                    for (; x < read.width(); ++x)
+                        row[x] = static_cast<float>(pixels[x]);
+                }
+                for (; x < W + zerosAfterRow; ++x)
+                    row[x] = 0.0f;
+            }
+        },
+        [](int) {});
 
-    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 
 // Two images: interleaved (real, imaginary), the padding zeroed after, then
 // the complex engine.
 template <typename T>
-void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result)
+void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result,
+                int threads)
 {
     if (!real.isBound() || !imag.isBound())
         throw kxFrequencyDefs::UnboundWindow();
@@ -95,7 +107,7 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
         }
     kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
 
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H), threads);
     written.done();
 }
 
@@ -103,35 +115,70 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result)
 {
-    forwardOne(image, result);
+    forwardOne(image, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& real, const kxPelBuffer_const<unsigned char>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& real, const kxPelBuffer_const<unsigned short>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
 }
 
 void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imag,
                    kxFrequencyBuffer& result)
 {
-    forwardTwo(real, imag, result);
+    forwardTwo(real, imag, result, kf_CallingThreadOnly);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& image, kxFrequencyBuffer& result,
+                   kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& image, kxFrequencyBuffer& result,
+                   kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& image, kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardOne(image, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned char>& real, const kxPelBuffer_const<unsigned char>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<unsigned short>& real, const kxPelBuffer_const<unsigned short>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
+}
+
+void kf_ForwardFFT(const kxPelBuffer_const<double>& real, const kxPelBuffer_const<double>& imag,
+                   kxFrequencyBuffer& result, kxTransformThreads threads)
+{
+    forwardTwo(real, imag, result, threads.count);
 }
 
 void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
@@ -143,6 +190,6 @@ void kfForwardFFT(const kxFrequencyBuffer& source, kxFrequencyBuffer& result)
     Access::masked(result, 0);
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), 1, 0, static_cast<int>(H));
+    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H));
     written.done();
 }

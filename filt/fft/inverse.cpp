@@ -10,16 +10,20 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
-#include "fft/engine/huge_pages.h"
+#include "fft/engine/shared_work.h"
 #include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
+#include "fft/stores.h"
 
 #include <kx/fft.h>
+#include <kx/fft_threads.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace {
 
@@ -29,28 +33,29 @@ using kxfreq_detail::kf_RequireInitialized;
 
 // The band of rows the engine's inverse transforms: the masked band when the
 // buffer has one (rows outside it are zero), otherwise every row.
-kxPair<long> inverseBand(const kxFrequencyBuffer& buffer)
+kf_RowBand inverseBand(const kxFrequencyBuffer& buffer)
 {
     if (Access::masked(buffer) != 0)
-        return kxPair<long>(Access::maskedMiny(buffer), Access::maskedMaxy(buffer));
-    return kxPair<long>(0, Access::paddedHeight(buffer));
+        return kf_RowBand{static_cast<int>(Access::maskedMiny(buffer)), static_cast<int>(Access::maskedMaxy(buffer))};
+    return kf_AllRows(Access::paddedHeight(buffer));
+}
+
+kxPair<long> gridOf(const kxFrequencyBuffer& buffer)
+{
+    return kxPair<long>(Access::paddedWidth(buffer), Access::paddedHeight(buffer));
 }
 
 // The engine's inverse of the buffer's store, in place.
-void runInverseEngine(kxFrequencyBuffer& work)
+void runInverseEngine(kxFrequencyBuffer& work, int threads)
 {
-    const kxPair<long> band = inverseBand(work);
-    kf_ComplexFFT2D(Access::data(work), kxPair<long>(Access::paddedWidth(work), Access::paddedHeight(work)), -1,
-                    static_cast<int>(band.x()), static_cast<int>(band.y()));
+    kf_ComplexFFT2D(Access::data(work), gridOf(work), kf_Direction::Inverse, inverseBand(work), threads);
 }
 
 // The engine's inverse of the buffer's store into `out`, the buffer only read.
-void runInverseEngine(const kxFrequencyBuffer& source, float* out)
+void runInverseEngine(const kxFrequencyBuffer& source, float* out, int threads)
 {
-    const kxPair<long> band = inverseBand(source);
-    kf_ComplexFFT2DFrom(Access::data(source), out,
-                        kxPair<long>(Access::paddedWidth(source), Access::paddedHeight(source)), -1,
-                        static_cast<int>(band.x()), static_cast<int>(band.y()));
+    kf_ComplexFFT2DFrom(Access::data(source), out, gridOf(source), kf_Direction::Inverse, inverseBand(source),
+                        threads);
 }
 
 // What the workers read: the unscaled spatial data, element (x, y) at
@@ -60,6 +65,7 @@ struct SpatialView {
     long W, H, w, h;
     kxPair<long> offset;
     kx2XformCache transform;
+    int threads = kf_CallingThreadOnly;   // for conversions row by row
 };
 
 SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
@@ -81,20 +87,20 @@ SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
 // left not initialized.
 class SpatialData {
 public:
-    SpatialData(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace)
+    SpatialData(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, int threads)
         : inPlace_(Access::inverseComputed(buffer) ? nullptr : inPlace), written_(inPlace_)
     {
         if (Access::inverseComputed(buffer)) {
             view_ = viewOf(buffer, Access::data(buffer));
         } else if (inPlace_) {
-            runInverseEngine(*inPlace_);
+            runInverseEngine(*inPlace_, threads);
             view_ = viewOf(buffer, Access::data(buffer));
         } else {
-            work_ = std::make_unique<kf_WorkArea>(2 * static_cast<std::size_t>(Access::paddedWidth(buffer)) *
-                                                  static_cast<std::size_t>(Access::paddedHeight(buffer)));
-            runInverseEngine(buffer, work_->data());
+            work_ = std::make_unique<kf_WorkArea>(Access::paddedWidth(buffer), Access::paddedHeight(buffer));
+            runInverseEngine(buffer, work_->data(), threads);
             view_ = viewOf(buffer, work_->data());
         }
+        view_.threads = threads;
     }
 
     const SpatialView& view() const { return view_; }
@@ -186,16 +192,43 @@ private:
     kx2XformCache storedTransform_;
 };
 
-// Visits the first h rows and first w elements of the spatial data, with the
-// result pixel pointer of each row.
+// Visits rows [y0, y1) of the first h rows, first w elements each, of the
+// spatial data, with the result pixel pointer of each row.
+template <typename T, typename Visit>
+void forEachElementInRows(const SpatialView& view, const kxPelBuffer<T>& image, long y0, long y1, Visit visit)
+{
+    const float* row = view.data + 2 * y0 * view.W;
+    T* out = image.pointToOffset() + y0 * image.rowUpdate();
+    for (long y = y0; y < y1; ++y, row += 2 * view.W, out += image.rowUpdate())
+        for (long x = 0; x < view.w; ++x)
+            visit(row[2 * x], row[2 * x + 1], out[x]);
+}
+
+// Visits every element in order, on the calling thread.
 template <typename T, typename Visit>
 void forEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Visit visit)
 {
-    const float* row = view.data;
-    T* out = image.pointToOffset();
-    for (long y = 0; y < view.h; ++y, row += 2 * view.W, out += image.rowUpdate())
-        for (long x = 0; x < view.w; ++x)
-            visit(row[2 * x], row[2 * x + 1], out[x]);
+    forEachElementInRows(view, image, 0, view.h, visit);
+}
+
+// Runs rows(y0, y1) over blocks of the view's rows, on the view's threads.
+template <typename Rows>
+void inRowBlocks(const SpatialView& view, Rows rows)
+{
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((view.h + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        view.threads, blocks,
+        [&](int block, int) { rows(block * kBlockRows, std::min(view.h, (block + 1) * kBlockRows)); },
+        [](int) {});
+}
+
+// A conversion of each element on its own (`convert` keeps no state), row
+// blocks shared among the view's threads.
+template <typename T, typename Convert>
+void convertEachElement(const SpatialView& view, const kxPelBuffer<T>& image, Convert convert)
+{
+    inRowBlocks(view, [&](long y0, long y1) { forEachElementInRows(view, image, y0, y1, convert); });
 }
 
 // The engine variant's own conversion of magnitudes to pixels, row by row,
@@ -206,8 +239,10 @@ bool fillWith(Convert convert, const SpatialView& view, const kxPelBuffer<T>& im
 {
     if (!convert)
         return false;
-    for (long y = 0; y < view.h; ++y)
-        convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    inRowBlocks(view, [&](long y0, long y1) {
+        for (long y = y0; y < y1; ++y)
+            convert(view.data + 2 * y * view.W, view.w, s, image.pointToOffset() + y * image.rowUpdate());
+    });
     return true;
 }
 
@@ -236,7 +271,7 @@ struct IntegerMagnitude {
         if (!scale) {
             if (fillFast(buffer, image, s))
                 return;
-            forEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
+            convertEachElement(buffer, image, [s](float re, float im, Integer& pixel) {
                 const float m = std::sqrt(re * re + im * im) * s;
                 pixel = store(m + 0.5);
             });
@@ -254,7 +289,7 @@ struct IntegerMagnitude {
         const float lo = std::sqrt(minimum) * s;
         const float hi = std::sqrt(maximum) * s;
         const float gain = hi == lo ? kRange : static_cast<float>(Range / static_cast<double>(hi - lo));
-        forEachElement(buffer, image, [=](float re, float im, Integer& pixel) {
+        convertEachElement(buffer, image, [=](float re, float im, Integer& pixel) {
             const float m = std::sqrt(re * re + im * im) * s;
             pixel = store((m - lo) * gain + 0.5);
         });
@@ -268,7 +303,7 @@ template <> struct Magnitude<double> {
     // Double pixels take the magnitude as it is; `scale` does not apply.
     static void fill(const SpatialView& buffer, const kxPelBuffer<double>& image, float s, bool)
     {
-        forEachElement(buffer, image, [s](float re, float im, double& pixel) {
+        convertEachElement(buffer, image, [s](float re, float im, double& pixel) {
             pixel = static_cast<double>(std::sqrt(re * re + im * im) * s);
         });
     }
@@ -279,10 +314,10 @@ template <> struct Magnitude<double> {
 // const forms pass no in-place buffer and only read `buffer`.
 template <typename T, typename SecondImage>
 void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
-                   SecondImage second, bool scale, OffsetTiming timing)
+                   SecondImage second, bool scale, OffsetTiming timing, int threads = kf_CallingThreadOnly)
 {
     kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
+    SpatialData spatial(buffer, inPlace, threads);
     const SpatialView& data = spatial.view();
     ResultImage<T> result(image, data, timing);
     kxAttention::check();
@@ -341,7 +376,7 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
                          kxPelBuffer<double>& imag)
 {
     kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace);
+    SpatialData spatial(buffer, inPlace, kf_CallingThreadOnly);
     const SpatialView& data = spatial.view();
     ResultImage<double> re(real, data, OffsetTiming::AtStart);
     ResultImage<double> im(imag, data, OffsetTiming::AtStart);
@@ -387,6 +422,16 @@ namespace {
 kxFrequencyBuffer* inPlaceBuffer(kxFrequencyBuffer& buffer, bool inPlace) { return inPlace ? &buffer : nullptr; }
 
 using Quadrant = QuadrantImage<quadrantOf>;
+
+// The magnitude forms with an optional angle image: the 8-bit one alone
+// takes the stored offset at the end.
+template <typename T>
+void angleWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
+                 kxPelBuffer<double>* angle, bool scale, int threads)
+{
+    const OffsetTiming timing = std::is_same<T, unsigned char>::value ? OffsetTiming::AtEnd : OffsetTiming::AtStart;
+    inverseWorker(buffer, inPlace, image, AngleImage{angle}, scale, timing, threads);
+}
 using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
 
 }  // namespace
@@ -394,19 +439,19 @@ using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle, bool scale,
                    bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
@@ -433,19 +478,19 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelB
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtEnd);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<double>* angle,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, AngleImage{angle}, scale, OffsetTiming::AtStart);
+    angleWorker(buffer, nullptr, image, angle, scale, kf_CallingThreadOnly);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
@@ -489,7 +534,7 @@ void kfInverseFFT(kxFrequencyBuffer& src, kxFrequencyBuffer& dst, bool inPlace)
     kf_ResetUnlessDone writtenSource(alreadyComputed ? nullptr : &src);
     kf_ResetUnlessDone writtenDestination(&src == &dst ? nullptr : &dst);
     if (!alreadyComputed)
-        runInverseEngine(src);
+        runInverseEngine(src, kf_CallingThreadOnly);
     dst = src;
     Access::inverseComputed(dst, false);
     Access::masked(dst, 0);
@@ -505,7 +550,7 @@ void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
         // The caller's own buffer as destination: transformed where it is.
         kf_ResetUnlessDone written(&dst);
         if (!Access::inverseComputed(dst))
-            runInverseEngine(dst);
+            runInverseEngine(dst, kf_CallingThreadOnly);
         Access::inverseComputed(dst, false);
         Access::masked(dst, 0);
         written.done();
@@ -520,6 +565,44 @@ void kfInverseFFT(const kxFrequencyBuffer& src, kxFrequencyBuffer& dst)
         std::memcpy(Access::data(dst), Access::data(src),
                     sizeof(float) * 2 * Access::paddedWidth(src) * Access::paddedHeight(src));
     else
-        runInverseEngine(src, Access::data(dst));
+        runInverseEngine(src, Access::data(dst), kf_CallingThreadOnly);
     written.done();
+}
+
+// The forms on several threads: the engine's passes are shared, the
+// conversion to pixels runs on the calling thread.
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, bool scale, bool inPlace,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, inPlaceBuffer(buffer, inPlace), image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
+}
+
+void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, bool scale,
+                   kxTransformThreads threads)
+{
+    angleWorker(buffer, nullptr, image, nullptr, scale, threads.count);
 }

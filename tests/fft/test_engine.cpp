@@ -99,7 +99,8 @@ TEST(Engine, ComplexMatchesReferenceForEverySizePair)
         const std::vector<float> input = randomFloats(2 * w * h, seed++);
         for (bool forward : {true, false}) {
             std::vector<float> data = input;
-            kf_ComplexFFT2D(data.data(), s, forward ? 1 : -1, 0, static_cast<int>(h));
+            kf_ComplexFFT2D(data.data(), s, forward ? kf_Direction::Forward : kf_Direction::Inverse,
+                            kf_AllRows(h));
             const double rms = relativeRms(data.data(), referenceDft(input, w, h, forward));
             worst = std::max(worst, rms);
             EXPECT_LT(rms, kTolerance) << w << " x " << h << (forward ? " forward" : " inverse");
@@ -116,14 +117,14 @@ TEST(Engine, RealMatchesReferenceAndComplexPath)
         const long w = s.x(), h = s.y();
         const std::vector<float> samples = randomFloats(w * h, seed++);
         std::vector<float> real = packReal(samples, w, h);
-        kf_RealFFT2D(real.data(), s, 1, 0, static_cast<int>(h));
+        kf_RealFFT2D(real.data(), s);
         const std::vector<float> complexInput = asComplex(samples);
         const double rms = relativeRms(real.data(), referenceDft(complexInput, w, h, true));
         worst = std::max(worst, rms);
         EXPECT_LT(rms, kTolerance) << w << " x " << h;
 
         std::vector<float> viaComplex = complexInput;
-        kf_ComplexFFT2D(viaComplex.data(), s, 1, 0, static_cast<int>(h));
+        kf_ComplexFFT2D(viaComplex.data(), s, kf_Direction::Forward, {0, static_cast<int>(h)});
         double diff = 0, norm = 0;
         for (long i = 0; i < 2 * w * h; ++i) {
             diff += (real[i] - viaComplex[i]) * static_cast<double>(real[i] - viaComplex[i]);
@@ -147,12 +148,12 @@ TEST(Engine, RealMatchesReferenceAndComplexPath)
 TEST(Engine, OneByOneIsUnchanged)
 {
     std::vector<float> data{3.5f, -1.25f};
-    kf_ComplexFFT2D(data.data(), dims(1, 1), 1, 0, 1);
+    kf_ComplexFFT2D(data.data(), dims(1, 1), kf_Direction::Forward, {0, 1});
     EXPECT_EQ(data, (std::vector<float>{3.5f, -1.25f}));
-    kf_ComplexFFT2D(data.data(), dims(1, 1), -1, 0, 1);
+    kf_ComplexFFT2D(data.data(), dims(1, 1), kf_Direction::Inverse, {0, 1});
     EXPECT_EQ(data, (std::vector<float>{3.5f, -1.25f}));
     std::vector<float> real{7.0f, 0.0f};
-    kf_RealFFT2D(real.data(), dims(1, 1), 1, 0, 1);
+    kf_RealFFT2D(real.data(), dims(1, 1));
     EXPECT_EQ(real, (std::vector<float>{7.0f, 0.0f}));
 }
 
@@ -161,8 +162,8 @@ TEST(Engine, SidesOfOneNeedNoScratchAndTransformTheLine)
     // A single column of 8 is the same as a single row of 8.
     const std::vector<float> input = randomFloats(16, 7);
     std::vector<float> column = input, row = input;
-    kf_ComplexFFT2D(column.data(), dims(1, 8), 1, 0, 8);
-    kf_ComplexFFT2D(row.data(), dims(8, 1), 1, 0, 1);
+    kf_ComplexFFT2D(column.data(), dims(1, 8), kf_Direction::Forward, {0, 8});
+    kf_ComplexFFT2D(row.data(), dims(8, 1), kf_Direction::Forward, {0, 1});
     EXPECT_EQ(column, row);
     EXPECT_LT(relativeRms(row.data(), referenceDft(input, 8, 1, true)), kTolerance);
 }
@@ -171,7 +172,7 @@ TEST(Engine, WidthTwoRealRowIsSumAndDifference)
 {
     // Rows (a, b): after the row pass element 0 is a + b and element 1 is a - b.
     std::vector<float> data = packReal({1.0f, 2.0f}, 2, 1);
-    kf_RealFFT2D(data.data(), dims(2, 1), 1, 0, 1);
+    kf_RealFFT2D(data.data(), dims(2, 1));
     EXPECT_EQ(data, (std::vector<float>{3.0f, 0.0f, -1.0f, 0.0f}));
 }
 
@@ -181,8 +182,8 @@ TEST(Engine, ForwardThenInverseScalesByTheElementCount)
         const long n = s.x() * s.y();
         const std::vector<float> input = randomFloats(2 * n, 11);
         std::vector<float> data = input;
-        kf_ComplexFFT2D(data.data(), s, 1, 0, static_cast<int>(s.y()));
-        kf_ComplexFFT2D(data.data(), s, -1, 0, static_cast<int>(s.y()));
+        kf_ComplexFFT2D(data.data(), s, kf_Direction::Forward, {0, static_cast<int>(s.y())});
+        kf_ComplexFFT2D(data.data(), s, kf_Direction::Inverse, {0, static_cast<int>(s.y())});
         for (long i = 0; i < 2 * n; ++i)
             ASSERT_NEAR(data[i], input[i] * n, 1e-4 * n) << i;
     }
@@ -191,7 +192,7 @@ TEST(Engine, ForwardThenInverseScalesByTheElementCount)
 TEST(Engine, ConstantRealImageHasOnlyTheZeroFrequency)
 {
     std::vector<float> data = packReal(std::vector<float>(16 * 8, 2.5f), 16, 8);
-    kf_RealFFT2D(data.data(), dims(16, 8), 1, 0, 8);
+    kf_RealFFT2D(data.data(), dims(16, 8));
     EXPECT_EQ(data[0], 2.5f * 128);
     for (std::size_t i = 1; i < data.size(); ++i)
         ASSERT_EQ(data[i], 0.0f) << i;
@@ -201,8 +202,8 @@ TEST(Engine, BandsCoveringEveryRowTransformEveryRow)
 {
     const std::vector<float> input = randomFloats(2 * 16 * 16, 5);
     std::vector<float> full = input, lastRow = input;
-    kf_ComplexFFT2D(full.data(), dims(16, 16), 1, 0, 16);
-    kf_ComplexFFT2D(lastRow.data(), dims(16, 16), 1, 0, 15);
+    kf_ComplexFFT2D(full.data(), dims(16, 16), kf_Direction::Forward, {0, 16});
+    kf_ComplexFFT2D(lastRow.data(), dims(16, 16), kf_Direction::Forward, {0, 15});
     EXPECT_EQ(full, lastRow);
 }
 
@@ -225,13 +226,13 @@ TEST(Engine, EveryBandOnSmallSquaresGivesTheUnbandedTransform)
     for (long n : {4L, 8L}) {
         for (long lo = 0; lo < n; ++lo)
             for (long hi = lo; hi < n; ++hi)
-                for (int direction : {1, -1}) {
+                for (kf_Direction direction : {kf_Direction::Forward, kf_Direction::Inverse}) {
                     std::vector<float> input = randomFloats(2 * n * n, static_cast<std::uint32_t>(lo * 31 + hi));
                     zeroOutsideBand(input, n, n, lo, hi);
                     std::vector<float> banded = input, plain = input;
-                    kf_ComplexFFT2D(banded.data(), dims(n, n), direction, static_cast<int>(lo),
-                                    static_cast<int>(hi));
-                    kf_ComplexFFT2D(plain.data(), dims(n, n), direction, 0, static_cast<int>(n));
+                    kf_ComplexFFT2D(banded.data(), dims(n, n), direction,
+                                    {static_cast<int>(lo), static_cast<int>(hi)});
+                    kf_ComplexFFT2D(plain.data(), dims(n, n), direction, {0, static_cast<int>(n)});
                     // Equal as values: a transformed zero row may hold -0 where a
                     // skipped one holds +0.
                     for (long i = 0; i < 2 * n * n; ++i)
@@ -248,8 +249,9 @@ TEST(Engine, BandSkipsRowsAndStillTransformsCorrectlyOnLargerBuffers)
             std::vector<float> input = randomFloats(2 * w * h, 3);
             zeroOutsideBand(input, w, h, band.first, band.second);
             std::vector<float> banded = input, plain = input;
-            kf_ComplexFFT2D(banded.data(), s, -1, static_cast<int>(band.first), static_cast<int>(band.second));
-            kf_ComplexFFT2D(plain.data(), s, -1, 0, static_cast<int>(h));
+            kf_ComplexFFT2D(banded.data(), s, kf_Direction::Inverse,
+                            {static_cast<int>(band.first), static_cast<int>(band.second)});
+            kf_ComplexFFT2D(plain.data(), s, kf_Direction::Inverse, {0, static_cast<int>(h)});
             for (long i = 0; i < 2 * w * h; ++i)
                 ASSERT_EQ(banded[i], plain[i]) << w << "x" << h << " at " << i;
         }
@@ -262,7 +264,7 @@ TEST(Engine, RowsOutsideTheBandAreLeftExactlyAsTheyWere)
     // directly: a 16 x 1 buffer whose single row lies outside the band.
     const std::vector<float> input = randomFloats(32, 9);
     std::vector<float> data = input;
-    kf_ComplexFFT2D(data.data(), dims(16, 1), 1, 1, 1);
+    kf_ComplexFFT2D(data.data(), dims(16, 1), kf_Direction::Forward, {1, 1});
     EXPECT_EQ(data, input);
 }
 
@@ -270,7 +272,7 @@ TEST(Engine, NonSquareGoesThroughScratch)
 {
     const std::vector<float> input = randomFloats(2 * 8 * 2048, 21);
     std::vector<float> data = input;
-    kf_ComplexFFT2D(data.data(), dims(8, 2048), 1, 0, 2048);
+    kf_ComplexFFT2D(data.data(), dims(8, 2048), kf_Direction::Forward, {0, 2048});
     EXPECT_LT(relativeRms(data.data(), referenceDft(input, 8, 2048, true)), kTolerance);
 }
 
@@ -298,21 +300,24 @@ TEST(Engine, PollingCounts)
         return probe.count();
     };
     std::vector<float> data(2 * 64 * 64 + 8, 0.0f);
+    auto forward = [&](kxPair<long> size, kf_RowBand band) {
+        return polls([&] { kf_ComplexFFT2D(data.data(), size, kf_Direction::Forward, band); });
+    };
     // Complex 64 x 64: 4 polls per pass (rows 0, 16, 32, 48), two banded transposes.
-    EXPECT_EQ(polls([&] { kf_ComplexFFT2D(data.data(), dims(64, 64), 1, 0, 64); }), 4u + 1 + 4 + 1);
+    EXPECT_EQ(forward(dims(64, 64), {0, 64}), 4u + 1 + 4 + 1);
     // A band of centred rows 32..40 keeps storage rows 0..8: one poll in the row pass.
-    EXPECT_EQ(polls([&] { kf_ComplexFFT2D(data.data(), dims(64, 64), 1, 32, 40); }), 1u + 1 + 4 + 1);
+    EXPECT_EQ(forward(dims(64, 64), {32, 40}), 1u + 1 + 4 + 1);
     // Complex 32 x 16 through scratch: 1 + transpose + 2 + transpose.
-    EXPECT_EQ(polls([&] { kf_ComplexFFT2D(data.data(), dims(32, 16), 1, 0, 16); }), 1u + 1 + 2 + 1);
+    EXPECT_EQ(forward(dims(32, 16), {0, 16}), 1u + 1 + 2 + 1);
     // Real 64 x 64: 4 row polls, square transpose, rows 0..32 -> 3 polls, transpose, fill.
-    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(64, 64), 1, 0, 64); }), 4u + 1 + 3 + 1 + 1);
+    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(64, 64)); }), 4u + 1 + 3 + 1 + 1);
     // Real 2 x 2: no poll in the small transposes; 1 + 1 + fill.
-    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(2, 2), 1, 0, 2); }), 1u + 1 + 1);
+    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(2, 2)); }), 1u + 1 + 1);
     // Real 1 x 32: no row pass, no transpose, one line of 32, fill.
-    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(1, 32), 1, 0, 32); }), 1u + 1);
+    EXPECT_EQ(polls([&] { kf_RealFFT2D(data.data(), dims(1, 32)); }), 1u + 1);
     // Complex 4 x 4: one banded transpose poll each way; 2 x 2: none.
-    EXPECT_EQ(polls([&] { kf_ComplexFFT2D(data.data(), dims(4, 4), 1, 0, 4); }), 1u + 1 + 1 + 1);
-    EXPECT_EQ(polls([&] { kf_ComplexFFT2D(data.data(), dims(2, 2), 1, 0, 2); }), 2u);
+    EXPECT_EQ(forward(dims(4, 4), {0, 4}), 1u + 1 + 1 + 1);
+    EXPECT_EQ(forward(dims(2, 2), {0, 2}), 2u);
 }
 
 TEST(Engine, AnAttentionStopPropagatesFromAnyPoll)
@@ -320,12 +325,12 @@ TEST(Engine, AnAttentionStopPropagatesFromAnyPoll)
     std::vector<float> data(2 * 64 * 32, 1.0f);
     for (unsigned long n = 1; n <= 5; ++n) {
         kxAttention::Probe probe(n);
-        EXPECT_THROW(kf_ComplexFFT2D(data.data(), dims(64, 32), 1, 0, 32), kxAttention::Stopped);
+        EXPECT_THROW(kf_ComplexFFT2D(data.data(), dims(64, 32), kf_Direction::Forward, {0, 32}), kxAttention::Stopped);
         EXPECT_EQ(probe.count(), n);
     }
     for (unsigned long n = 1; n <= 7; ++n) {
         kxAttention::Probe probe(n);
-        EXPECT_THROW(kf_RealFFT2D(data.data(), dims(64, 32), 1, 0, 32), kxAttention::Stopped);
+        EXPECT_THROW(kf_RealFFT2D(data.data(), dims(64, 32)), kxAttention::Stopped);
     }
 }
 
@@ -356,22 +361,22 @@ TEST(Engine, GoldenBitPatterns)
         ramp[i] = static_cast<float>(i % 16 + 3 * (i / 16));
     std::vector<float> rampReal = packReal(ramp, 16, 8);
     std::vector<float> rampComplex = asComplex(ramp);
-    kf_RealFFT2D(rampReal.data(), dims(16, 8), 1, 0, 8);
-    kf_ComplexFFT2D(rampComplex.data(), dims(16, 8), 1, 0, 8);
+    kf_RealFFT2D(rampReal.data(), dims(16, 8));
+    kf_ComplexFFT2D(rampComplex.data(), dims(16, 8), kf_Direction::Forward, {0, 8});
 
     std::vector<float> impulse(2 * 8 * 8, 0.0f);
     impulse[2 * (5 * 8 + 3)] = 1.0f;
-    kf_ComplexFFT2D(impulse.data(), dims(8, 8), 1, 0, 8);
+    kf_ComplexFFT2D(impulse.data(), dims(8, 8), kf_Direction::Forward, {0, 8});
 
     std::vector<float> noise = packReal(lcgImage(32 * 4, 12345), 32, 4);
-    kf_RealFFT2D(noise.data(), dims(32, 4), 1, 0, 4);
+    kf_RealFFT2D(noise.data(), dims(32, 4));
     std::vector<float> noiseInverse = asComplex(lcgImage(32 * 4, 999));
-    kf_ComplexFFT2D(noiseInverse.data(), dims(32, 4), -1, 0, 4);
+    kf_ComplexFFT2D(noiseInverse.data(), dims(32, 4), kf_Direction::Inverse, {0, 4});
 
     std::vector<float> wide = asComplex(lcgImage(2048 * 2, 7));
-    kf_ComplexFFT2D(wide.data(), dims(2048, 2), 1, 0, 2);
+    kf_ComplexFFT2D(wide.data(), dims(2048, 2), kf_Direction::Forward, {0, 2});
     std::vector<float> wideReal = packReal(lcgImage(2048 * 2, 7), 2048, 2);
-    kf_RealFFT2D(wideReal.data(), dims(2048, 2), 1, 0, 2);
+    kf_RealFFT2D(wideReal.data(), dims(2048, 2));
 
     EXPECT_EQ(bitHash(rampReal), 0x6aa000b403b6fbd3ull);
     EXPECT_EQ(bitHash(rampComplex), 0x693f362c3884aed3ull);

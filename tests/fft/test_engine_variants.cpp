@@ -116,7 +116,7 @@ const long kSides[] = {1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048};
 void expectFromSourceMatches(const std::vector<float>& input, long w, long h, int lo, int hi, const std::string& what)
 {
     const std::vector<float> expected =
-        engineRun("scalar", input, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), -1, lo, hi); });
+        engineRun("scalar", input, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Inverse, {lo, hi}); });
     int count = 0;
     const kf_EngineVariant* table = kf_EngineVariants(count);
     for (int i = 0; i < count; ++i) {
@@ -125,7 +125,7 @@ void expectFromSourceMatches(const std::vector<float>& input, long w, long h, in
         Forced forced(table[i].name);
         const std::vector<float> source = input;
         std::vector<float> out(input.size(), kNaN);
-        kf_ComplexFFT2DFrom(source.data(), out.data(), dims(w, h), -1, lo, hi);
+        kf_ComplexFFT2DFrom(source.data(), out.data(), dims(w, h), kf_Direction::Inverse, {lo, hi});
         EXPECT_TRUE(sameBits(out, expected)) << table[i].name << ": from a source, " << what;
         EXPECT_TRUE(sameBits(source, input)) << table[i].name << ": source changed, " << what;
     }
@@ -174,15 +174,17 @@ TEST(EngineVariants, EverySizePairMatchesTheScalarEngineBitForBit)
             const bool large = w * h > 65536;
             const std::vector<float> complexInput = randomData(2 * w * h, ++seed);
             expectSameAsScalar(
-                complexInput, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), 1, 0, H); }, "forward " + size);
+                complexInput, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Forward, {0, H}); },
+                "forward " + size);
             if (!large || ((w + h) % 3 == 0 && w * h <= (1L << 20)))
                 expectSameAsScalar(
-                    complexInput, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), -1, 0, H); }, "inverse " + size);
+                    complexInput, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Inverse, {0, H}); },
+                    "inverse " + size);
             // The two largest pairs run the complex forward only, to keep the suite quick.
             if (w * h > (1L << 21))
                 continue;
             expectSameAsScalar(
-                realInput(w, h, ++seed), [&](float* d) { kf_RealFFT2D(d, dims(w, h), 1, 0, H); }, "real " + size);
+                realInput(w, h, ++seed), [&](float* d) { kf_RealFFT2D(d, dims(w, h)); }, "real " + size);
             if (large)
                 continue;
             expectFromSourceMatches(complexInput, w, h, 0, H, size);
@@ -193,7 +195,8 @@ TEST(EngineVariants, EverySizePairMatchesTheScalarEngineBitForBit)
                 const int lo = static_cast<int>(band[0]), hi = static_cast<int>(band[1]);
                 const std::string what = size + " band " + std::to_string(lo) + ".." + std::to_string(hi);
                 expectSameAsScalar(
-                    banded, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), -1, lo, hi); }, "banded inverse " + what);
+                    banded, [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Inverse, {lo, hi}); },
+                    "banded inverse " + what);
                 expectFromSourceMatches(banded, w, h, lo, hi, what);
             }
         }
@@ -214,9 +217,9 @@ TEST(EngineVariants, EveryVariantPollsAsTheScalarEngineDoes)
             const std::size_t floats = 2 * w * h;
             const int H = static_cast<int>(h);
             const std::vector<std::function<void(float*)>> runs = {
-                [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), 1, 0, H); },
-                [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), -1, H / 2 - 3, H / 2 + 4); },
-                [&](float* d) { kf_RealFFT2D(d, dims(w, h), 1, 0, H); },
+                [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Forward, {0, H}); },
+                [&](float* d) { kf_ComplexFFT2D(d, dims(w, h), kf_Direction::Inverse, {H / 2 - 3, H / 2 + 4}); },
+                [&](float* d) { kf_RealFFT2D(d, dims(w, h)); },
             };
             for (std::size_t i = 0; i < runs.size(); ++i) {
                 const unsigned long scalar = polls("scalar", runs[i], floats);

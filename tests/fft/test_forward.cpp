@@ -173,7 +173,7 @@ TEST(Forward, BufferToBufferTransformsTheWholeStoreAndClearsFlags)
     EXPECT_FALSE(Access::inverseComputed(result));
     EXPECT_EQ(Access::offset(result), kxPair<long>(2, 2));
     std::vector<float> expected(Access::data(source), Access::data(source) + 64);
-    kf_ComplexFFT2D(expected.data(), kxPair<long>(8, 4), 1, 0, 4);
+    kf_ComplexFFT2D(expected.data(), kxPair<long>(8, 4), kf_Direction::Forward, {0, 4});
     EXPECT_EQ(std::memcmp(expected.data(), Access::data(result), 64 * sizeof(float)), 0);
     EXPECT_TRUE(Access::inverseComputed(source));   // the source is untouched
 }

@@ -4,6 +4,7 @@
 // columns, reading the columns where they are, so it needs no transpose.
 #include "fft/engine/engine.h"
 #include "fft/engine/kernel.h"
+#include "fft/engine/shared_work.h"
 #include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
@@ -22,31 +23,36 @@
 namespace {
 
 // A float array whose working pointer is rounded up to `Alignment` bytes
-// (16: like the frequency buffer's own store).
+// (16: like the frequency buffer's own store). Not initialised: every pass
+// writes what it reads, and clearing it cost more than a small transform.
 template <std::size_t Alignment>
 class AlignedScratch {
 public:
-    explicit AlignedScratch(std::size_t floats) : store_(floats + Alignment / sizeof(float) - 1)
+    explicit AlignedScratch(std::size_t floats) : store_(new float[floats + Alignment / sizeof(float) - 1])
     {
-        std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.data());
+        std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store_.get());
         address = (address + Alignment - 1) & ~static_cast<std::uintptr_t>(Alignment - 1);
         data_ = reinterpret_cast<float*>(address);
     }
     float* data() { return data_; }
 
 private:
-    std::vector<float> store_;
+    std::unique_ptr<float[]> store_;
     float* data_;
 };
 
+// Whether a driver transposes the matrix between its passes (the scalar
+// engine) or reads the columns where they are (the vectorised variants).
+enum class Transposes { Yes, No };
+
 // The working tables of one call, released on every exit.
 struct Workspace {
-    Workspace(int width, int height, int rotationSign, bool transposes = true)
+    Workspace(int width, int height, int rotationSign, Transposes transposes = Transposes::Yes)
         : rotation(rotationSign), bitReverse(2 * static_cast<std::size_t>(std::max(width, height)))
     {
         // Non-square matrices are transposed out of place; a single row or
         // column needs no transpose at all.
-        if (transposes && width != height && width != 1 && height != 1)
+        if (transposes == Transposes::Yes && width != height && width != 1 && height != 1)
             scratch = std::make_unique<AlignedScratch<16>>(static_cast<std::size_t>(width) * height * 2);
     }
 
@@ -65,23 +71,62 @@ struct Workspace {
     std::unique_ptr<AlignedScratch<16>> scratch;
 };
 
+// The threads worth starting for a pass over `elements` complex elements:
+// a helper costs tens of microseconds to start, so each thread gets at
+// least 2^15 elements.
+int usefulThreads(int requested, long elements)
+{
+    const long most = std::max(1L, elements >> 15);
+    return static_cast<int>(std::max(1L, std::min<long>(requested, most)));
+}
+
+// Scratch for the line groups of each thread: `slots` areas of `floats`
+// floats (a multiple of 16), each 64-byte aligned.
+class SlotScratch {
+public:
+    SlotScratch(std::size_t floats, int slots) : floats_(floats), store_(floats * static_cast<std::size_t>(slots)) {}
+    float* forSlot(int slot) { return store_.data() + floats_ * static_cast<std::size_t>(slot); }
+
+private:
+    std::size_t floats_;
+    AlignedScratch<64> store_;
+};
+
 // Transforms rows [0, rowCount) of `matrix` (rows of n elements) for which
-// `keep(row)` holds, polling every 16 rows.
+// `keep(row)` holds, polling before every kept row whose index is a
+// multiple of 16.
 template <typename Keep>
-void transformRows(float* matrix, int n, int rowCount, int direction, Workspace& work, Keep keep)
+void transformRows(float* matrix, int n, int rowCount, kf_Direction direction, Workspace& work, Keep keep,
+                   int threads)
 {
     work.prepareRows(n);
-    for (int r = 0; r < rowCount; ++r) {
-        if (!keep(r))
-            continue;
-        if (r % 16 == 0)
-            kxAttention::check();
-        kf_SplitRadixRow<float>(matrix + 2 * static_cast<std::size_t>(r) * n, n, direction,
-                                work.rotation, work.bitReverse.data());
-    }
+    kf_RunShared(
+        threads, rowCount,
+        [&](int r, int) {
+            if (keep(r))
+                kf_SplitRadixRow<float>(matrix + 2 * static_cast<std::size_t>(r) * n, n, direction, work.rotation,
+                                        work.bitReverse.data());
+        },
+        [&](int r) {
+            if (keep(r) && r % 16 == 0)
+                kxAttention::check();
+        });
 }
 
 }  // namespace
+
+kf_RotationTable::kf_RotationTable(int sign)
+{
+    const double twoPi = 6.283185307179586;
+    double power = 1.0;
+    for (int k = 0; k < 16; ++k, power *= 2.0) {
+        const double t = sign * twoPi / power;
+        entry[k][0] = static_cast<float>(std::cos(t));
+        entry[k][1] = static_cast<float>(std::sin(t));
+        entry[k][2] = static_cast<float>(std::cos(3.0 * t));
+        entry[k][3] = static_cast<float>(std::sin(3.0 * t));
+    }
+}
 
 void kf_BitReverseTable(std::int32_t* table, int n)
 {
@@ -104,75 +149,85 @@ void kf_BitReverseTable(std::int32_t* table, int n)
 
 namespace {
 
-// Rows of a complex matrix whose centred index lies inside [bandLo, bandHi]:
+// Rows of a complex matrix whose centred index lies inside the band:
 // storage row r has centred index r + half below half, r - half above.
 struct BandRows {
-    int half, bandLo, bandHi;
+    int half;
+    kf_RowBand band;
     bool operator()(int r) const
     {
         if (r < half)
-            return !(r < bandLo - half || r > bandHi - half);
-        return !(r < bandLo + half || r > bandHi + half);
+            return !(r < band.lo - half || r > band.hi - half);
+        return !(r < band.lo + half || r > band.hi + half);
     }
 };
 
-void scalarComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi)
+const auto kEveryLine = [](int) { return true; };
+
+void scalarComplexFFT2D(float* data, kxPair<long> size, kf_Direction direction, kf_RowBand band, int threads)
 {
     const int width = static_cast<int>(size.x());
     const int height = static_cast<int>(size.y());
     Workspace work(width, height, 1);
 
     // Row pass, skipping rows whose centred index is outside the band.
-    transformRows(data, width, height, direction, work, BandRows{height / 2, bandLo, bandHi});
+    transformRows(data, width, height, direction, work, BandRows{height / 2, band}, threads);
 
     float* current = data;
     if (work.scratch) {
         kf_TransposeRect(data, work.scratch->data(), width, height);
         current = work.scratch->data();
     } else if (width > 1 && height > 1) {
-        kf_TransposeSquareBanded(data, width, bandLo, bandHi);
+        kf_TransposeSquareBanded(data, width, band);
     }
 
-    transformRows(current, height, width, direction, work, [](int) { return true; });
+    transformRows(current, height, width, direction, work, kEveryLine, threads);
 
     if (work.scratch)
         kf_TransposeRect(current, data, height, width);
     else if (width > 1 && height > 1)
-        kf_TransposeSquareBanded(data, width, 0, width);
+        kf_TransposeSquareBanded(data, width, kf_AllRows(width));
 }
 
-// The untangling constants of rows of `width` packed reals.
-kf_RealRowConstants realRowConstants(int width, int direction)
+// The untangling constants of rows of `width` packed reals (forward).
+kf_RealRowConstants realRowConstants(int width)
 {
     const int n = width / 2;
-    const float theta = static_cast<float>(direction >= 1 ? 3.141592653589793 / n : -(3.141592653589793 / n));
+    const float theta = static_cast<float>(3.141592653589793 / n);
     const float wtemp = std::sin(0.5f * theta);
     kf_RealRowConstants k;
     k.c1 = 0.5f;
-    k.c2 = direction >= 1 ? -0.5f : 0.5f;
+    k.c2 = -0.5f;
     k.wpr = -2.0f * wtemp * wtemp;
     k.wpi = -std::sin(theta);
     return k;
 }
 
-void scalarRealFFT2D(float* data, kxPair<long> size, int direction)
+// The rotation sign of the real path's table: its rows run forward.
+constexpr int kForwardRotation = 1;
+
+void scalarRealFFT2D(float* data, kxPair<long> size, int threads)
 {
     const int width = static_cast<int>(size.x());
     const int height = static_cast<int>(size.y());
-    Workspace work(width, height, direction);
+    Workspace work(width, height, kForwardRotation);
 
     if (width > 1) {
         // Each row's W real samples are read as n = W/2 complex values.
         const int n = width / 2;
-        const kf_RealRowConstants k = realRowConstants(width, direction);
+        const kf_RealRowConstants k = realRowConstants(width);
         work.prepareRows(n);
-        for (int r = 0; r < height; ++r) {
-            if (r % 16 == 0)
-                kxAttention::check();
-            float* row = data + 2 * static_cast<std::size_t>(r) * width;
-            kf_SplitRadixRow<float>(row, n, direction, work.rotation, work.bitReverse.data());
-            kf_UntangleRealRow<float>(row, n, direction, k.c1, k.c2, k.wpr, k.wpi);
-        }
+        kf_RunShared(
+            threads, height,
+            [&](int r, int) {
+                float* row = data + 2 * static_cast<std::size_t>(r) * width;
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
+            },
+            [](int r) {
+                if (r % 16 == 0)
+                    kxAttention::check();
+            });
     }
 
     float* current = data;
@@ -180,16 +235,16 @@ void scalarRealFFT2D(float* data, kxPair<long> size, int direction)
         kf_TransposeRect(data, work.scratch->data(), width, height);
         current = work.scratch->data();
     } else if (width > 1 && height > 1) {
-        kf_TransposeSquare(data, width, true);
+        kf_TransposeSquare(data, width, kf_DataHalf::LeftColumns);
     }
 
     // Only the former columns 0 .. W/2 hold the non-redundant half.
-    transformRows(current, height, width / 2 + 1, direction, work, [](int) { return true; });
+    transformRows(current, height, width / 2 + 1, kf_Direction::Forward, work, kEveryLine, threads);
 
     if (work.scratch)
         kf_TransposeRect(current, data, height, width);
     else if (width > 1 && height > 1)
-        kf_TransposeSquare(data, width, false);
+        kf_TransposeSquare(data, width, kf_DataHalf::TopRows);
 
     kf_FillConjugateHalf(data, size);
 }
@@ -214,45 +269,63 @@ const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
 std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16; }
 
 // Transforms `lineCount` lines of n elements laid out as in `group` (base,
-// source, strides, direction, tables and scratch set), in groups, for those
-// lines that `keep` accepts. `scalarLine(index)` transforms a line alone.
+// source, strides, direction and tables set), in groups, for those lines
+// that `keep` accepts, shared among `threads` threads, each with its own
+// scratch from `scratch`. `scalarLine(index, scratch)` transforms a line
+// alone.
 template <typename Keep, typename GroupRun, typename ScalarLine>
 void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
-              ScalarLine scalarLine)
+              ScalarLine scalarLine, SlotScratch& scratch, int threads)
 {
     // Rows are gathered through register transposes of lanes x lanes
     // floats; rows shorter than that go in narrower groups.
     const int laneLimit = group.elementStride == 2 ? 2 * group.n : lineCount;
-    float* const base = group.base;
-    const float* const source = group.source;
+    struct Group {
+        int first;
+        const kf_LaneWidth* width;   // nullptr: one line, scalar
+        unsigned kept;
+        bool poll;
+    };
+    std::vector<Group> groups;
     for (int first = 0; first < lineCount;) {
         const kf_LaneWidth* width = widestFor(widths, std::min(lineCount - first, laneLimit));
         const int lanes = width ? width->lanes : 1;
-        unsigned kept = 0;
-        bool poll = false;
+        Group g{first, width, 0, false};
         for (int l = 0; l < lanes; ++l)
             if (keep(first + l)) {
-                kept |= 1u << l;
-                poll = poll || (first + l) % 16 == 0;
+                g.kept |= 1u << l;
+                g.poll = g.poll || (first + l) % 16 == 0;
             }
-        if (kept != 0) {
-            if (poll)
-                kxAttention::check();
-            group.base = base + first * group.lineStride;
-            group.source = source ? source + first * group.lineStride : nullptr;
-            group.keep = kept;
-            if (width)
-                runGroup(*width, group);
-            else
-                scalarLine(first);
-        }
+        if (g.kept != 0)
+            groups.push_back(g);
         first += lanes;
     }
+
+    float* const base = group.base;
+    const float* const source = group.source;
+    kf_RunShared(
+        threads, static_cast<int>(groups.size()),
+        [&](int i, int slot) {
+            const Group& g = groups[static_cast<std::size_t>(i)];
+            kf_LineGroup mine = group;
+            mine.base = base + g.first * group.lineStride;
+            mine.source = source ? source + g.first * group.lineStride : nullptr;
+            mine.keep = g.kept;
+            mine.scratch = scratch.forSlot(slot);
+            if (g.width)
+                runGroup(*g.width, mine);
+            else
+                scalarLine(g.first, mine.scratch);
+        },
+        [&](int i) {
+            if (groups[static_cast<std::size_t>(i)].poll)
+                kxAttention::check();
+        });
 }
 
 // One column of n elements (element stride `stride` floats), transformed by
 // the scalar kernel through the scratch.
-void scalarColumn(float* column, long stride, int n, int direction, Workspace& work, float* scratch)
+void scalarColumn(float* column, long stride, int n, kf_Direction direction, const Workspace& work, float* scratch)
 {
     for (int e = 0; e < n; ++e) {
         scratch[2 * e] = column[e * stride];
@@ -267,30 +340,33 @@ void scalarColumn(float* column, long stride, int n, int direction, Workspace& w
 
 // The column pass over columns [0, columnCount) of a width x height matrix.
 void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int height, int columnCount,
-                   int direction, Workspace& work, float* scratch)
+                   kf_Direction direction, Workspace& work, SlotScratch& scratch, int threads)
 {
     work.prepareRows(height);
     kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(),
-                       scratch};
-    auto scalar = [&](int c) { scalarColumn(data + 2 * c, 2L * width, height, direction, work, scratch); };
+                       nullptr};
+    auto scalar = [&](int c, float* slotScratch) {
+        scalarColumn(data + 2 * c, 2L * width, height, direction, work, slotScratch);
+    };
     auto lanes = [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); };
     if (columnCount == width) {
-        runLines(widths, group, columnCount, [](int) { return true; }, lanes, scalar);
+        runLines(widths, group, columnCount, kEveryLine, lanes, scalar, scratch, threads);
         return;
     }
     // The real path's columns 0 .. W/2, each also written conjugated into
     // the redundant half (kf_FillConjugateHalf's values). The last one alone
     // would go through the scalar kernel, so it goes in a group of its own
     // whose other lanes read the columns after it (never used, never written
-    // back); it is its own mirror image.
+    // back); it is its own mirror image. It runs after the others, which
+    // write the columns it reads.
     const int last = columnCount - 1;
     runLines(
-        widths, group, last, [](int) { return true; },
+        widths, group, last, kEveryLine,
         [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
             w.realColumns(g, static_cast<int>((g.base - data) / 2), width);
         },
-        [&](int c) {
-            scalar(c);
+        [&](int c, float* slotScratch) {
+            scalar(c, slotScratch);
             if (c < 1 || c > width / 2 - 1)
                 return;
             for (int r = 0; r < height; ++r) {
@@ -299,78 +375,82 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                 to[0] = from[0];
                 to[1] = -from[1];
             }
-        });
+        },
+        scratch, threads);
     if (last % 16 == 0)
         kxAttention::check();
     const kf_LaneWidth* spare = widestFor(widths, width - last);
     if (!spare) {
-        scalar(last);
+        scalar(last, scratch.forSlot(0));
         return;
     }
     group.base = data + 2 * last;
     group.keep = 1;
+    group.scratch = scratch.forSlot(0);
     spare->complexLines(group);
 }
 
 // source: nullptr in place, otherwise the matrix the row pass reads.
 void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* data, int width, int height,
-                        int direction, int bandLo, int bandHi)
+                        kf_Direction direction, kf_RowBand band, int threads)
 {
-    Workspace work(width, height, 1, false);
-    AlignedScratch<64> scratch(groupScratchFloats(std::max(width, height)));
+    Workspace work(width, height, 1, Transposes::No);
+    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
     const bool transposePolls = width >= 4 && height >= 4;
-    const BandRows band{height / 2, bandLo, bandHi};
+    const BandRows inBand{height / 2, band};
     const std::size_t rowFloats = 2 * static_cast<std::size_t>(width);
 
     // Rows the row pass skips are copied as they are.
     if (source)
         for (int r = 0; r < height; ++r)
-            if (!band(r))
+            if (!inBand(r))
                 std::memcpy(data + r * rowFloats, source + r * rowFloats, rowFloats * sizeof(float));
 
     work.prepareRows(width);
     kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
-                      scratch.data()};
+                      nullptr};
     runLines(
-        widths, rows, height, band, [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
-        [&](int r) {
+        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        [&](int r, float*) {
             float* row = data + r * rowFloats;
             if (source)
                 std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
             kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse.data());
-        });
+        },
+        scratch, threads);
     if (transposePolls)
         kxAttention::check();
-    vectorColumns(widths, data, width, height, width, direction, work, scratch.data());
+    vectorColumns(widths, data, width, height, width, direction, work, scratch, threads);
     if (transposePolls)
         kxAttention::check();
 }
 
-void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int direction)
+void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int threads)
 {
-    Workspace work(width, height, direction, false);
-    AlignedScratch<64> scratch(groupScratchFloats(std::max(width, height)));
+    Workspace work(width, height, kForwardRotation, Transposes::No);
+    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
     const bool transposePolls = width == height ? width >= 8 : width >= 4 && height >= 4;
 
     if (width > 1) {
         const int n = width / 2;
-        const kf_RealRowConstants k = realRowConstants(width, direction);
+        const kf_RealRowConstants k = realRowConstants(width);
         work.prepareRows(n);
-        kf_LineGroup rows{data, nullptr, 2, 2L * width, n, direction, 0, &work.rotation, work.bitReverse.data(),
-                          scratch.data()};
+        kf_LineGroup rows{data,    nullptr, 2, 2L * width, n, kf_Direction::Forward, 0, &work.rotation,
+                          work.bitReverse.data(), nullptr};
         runLines(
-            widths, rows, height, [](int) { return true; },
+            widths, rows, height, kEveryLine,
             [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
-            [&](int r) {
+            [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
-                kf_SplitRadixRow<float>(row, n, direction, work.rotation, work.bitReverse.data());
-                kf_UntangleRealRow<float>(row, n, direction, k.c1, k.c2, k.wpr, k.wpi);
-            });
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
+            },
+            scratch, threads);
     }
     if (transposePolls)
         kxAttention::check();
     // Only columns 0 .. W/2 hold the non-redundant half.
-    vectorColumns(widths, data, width, height, width / 2 + 1, direction, work, scratch.data());
+    vectorColumns(widths, data, width, height, width / 2 + 1, kf_Direction::Forward, work, scratch, threads);
     if (transposePolls)
         kxAttention::check();
     // The conjugate half was written by the column pass; this is the poll
@@ -380,36 +460,39 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
 
 }  // namespace
 
-void kf_ComplexFFT2D(float* data, kxPair<long> size, int direction, int bandLo, int bandHi)
+void kf_ComplexFFT2D(float* data, kxPair<long> size, kf_Direction direction, kf_RowBand band, int threads)
 {
+    threads = usefulThreads(threads, size.x() * size.y());
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths)
         vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
-                           direction, bandLo, bandHi);
+                           direction, band, threads);
     else
-        scalarComplexFFT2D(data, size, direction, bandLo, bandHi);
+        scalarComplexFFT2D(data, size, direction, band, threads);
 }
 
-void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, int direction, int bandLo,
-                         int bandHi)
+void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, kf_Direction direction,
+                         kf_RowBand band, int threads)
 {
+    threads = usefulThreads(threads, size.x() * size.y());
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths) {
         vectorComplexFFT2D(variant.widths, source, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
-                           direction, bandLo, bandHi);
+                           direction, band, threads);
     } else {
         std::memcpy(data, source, 2 * static_cast<std::size_t>(size.x()) * size.y() * sizeof(float));
-        scalarComplexFFT2D(data, size, direction, bandLo, bandHi);
+        scalarComplexFFT2D(data, size, direction, band, threads);
     }
 }
 
-void kf_RealFFT2D(float* data, kxPair<long> size, int direction, int /*bandLo*/, int /*bandHi*/)
+void kf_RealFFT2D(float* data, kxPair<long> size, int threads)
 {
+    threads = usefulThreads(threads, size.x() * size.y());
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths)
-        vectorRealFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), direction);
+        vectorRealFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), threads);
     else
-        scalarRealFFT2D(data, size, direction);
+        scalarRealFFT2D(data, size, threads);
 }
 
 void kf_FillConjugateHalf(float* data, kxPair<long> size)

@@ -3,7 +3,8 @@
 // type. The scalar instantiation (Lane = float) is the reference; a
 // vectorised lane type (several rows per instruction, the same operations in
 // every lane) must give the same bits.
-#include <cmath>
+#include "fft/engine/direction.h"
+
 #include <cstdint>
 
 // Always use std:: for <cmath> functions: float and double must not mix by
@@ -28,22 +29,10 @@ template <typename T> T ceil(T) = delete;
 
 // Rotation table: entry k holds cos t, sin t, cos 3t, sin 3t for the step
 // angle t = sign * 2pi / 2^k, computed in double and rounded to float. Built
-// on every call; nothing is cached.
+// on every call (in fft2d.cpp, never in a variant file); nothing is cached.
 struct kf_RotationTable {
+    explicit kf_RotationTable(int sign);
     float entry[16][4];
-
-    explicit kf_RotationTable(int sign)
-    {
-        const double twoPi = 6.283185307179586;
-        double power = 1.0;
-        for (int k = 0; k < 16; ++k, power *= 2.0) {
-            const double t = sign * twoPi / power;
-            entry[k][0] = static_cast<float>(std::cos(t));
-            entry[k][1] = static_cast<float>(std::sin(t));
-            entry[k][2] = static_cast<float>(std::cos(3.0 * t));
-            entry[k][3] = static_cast<float>(std::sin(3.0 * t));
-        }
-    }
 };
 
 // log2 of a power of two, counting doublings of 1 up to n.
@@ -59,15 +48,15 @@ static inline int kf_Log2(int n)
 //
 // The published algorithm addresses the row 1-based: element e has its real
 // part x(e) and imaginary part y(e); here x(e) = row[2e - 2], y(e) = row[2e - 1].
-// direction < 0 runs the inverse by conjugating before and after.
+// The inverse runs by conjugating before and after.
 template <typename Lane>
-void kf_SplitRadixRow(Lane* row, int n, int direction, const kf_RotationTable& rotation,
+void kf_SplitRadixRow(Lane* row, int n, kf_Direction direction, const kf_RotationTable& rotation,
                       const std::int32_t* bitReverse)
 {
     auto x = [row](int e) -> Lane& { return row[2 * e - 2]; };
     auto y = [row](int e) -> Lane& { return row[2 * e - 1]; };
 
-    if (direction < 0)
+    if (direction == kf_Direction::Inverse)
         for (int e = 1; e <= n; ++e)
             y(e) = -y(e);
 
@@ -145,7 +134,7 @@ void kf_SplitRadixRow(Lane* row, int n, int direction, const kf_RotationTable& r
         }
     }
 
-    if (direction < 0)
+    if (direction == kf_Direction::Inverse)
         for (int e = 1; e <= n; ++e)
             y(e) = -y(e);
 }
@@ -154,9 +143,9 @@ void kf_SplitRadixRow(Lane* row, int n, int direction, const kf_RotationTable& r
 // row's spectrum for frequencies 0 .. 2n (the standard untangling of the two
 // interleaved half-sequences). d is addressed 1-based: d(1) is the row's
 // first float. The rotation advances by recurrence in single precision and
-// is the same for every lane.
+// is the same for every lane. Forward only: the real-input path is.
 template <typename Lane>
-void kf_UntangleRealRow(Lane* row, int n, int direction, float c1, float c2, float wpr, float wpi)
+void kf_UntangleRealRow(Lane* row, int n, float c1, float c2, float wpr, float wpi)
 {
     auto d = [row](int i) -> Lane& { return row[i - 1]; };
     float wr = 1.0f + wpr;
@@ -180,13 +169,8 @@ void kf_UntangleRealRow(Lane* row, int n, int direction, float c1, float c2, flo
     d(n + 2) = -d(n + 2);
     // Zero frequency at complex index 0, Nyquist at complex index n.
     const Lane h1r = d(1);
-    if (direction >= 1) {
-        d(1) = h1r + d(2);
-        d(2 * n + 1) = h1r - d(2);
-    } else {
-        d(1) = c1 * (h1r + d(2));
-        d(2 * n + 1) = c1 * (h1r - d(2));
-    }
+    d(1) = h1r + d(2);
+    d(2 * n + 1) = h1r - d(2);
     d(2) = Lane(0.0f);
     d(2 * n + 2) = Lane(0.0f);
 }

@@ -125,7 +125,7 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     lanes[2 * n] = Lane(0.0f);
     lanes[2 * n + 1] = Lane(0.0f);
     kf_SplitRadixRow<Lane>(lanes, n, group.direction, *group.rotation, group.bitReverse);
-    kf_UntangleRealRow<Lane>(lanes, n, group.direction, k.c1, k.c2, k.wpr, k.wpi);
+    kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1);
 }
 

@@ -82,7 +82,7 @@ void kf_TransposeRect(const float* src, float* dst, int columnCount, int rowCoun
 
 // After a half-spectrum pass only part of the matrix holds data:
 //
-//   halfRows true: columns 0..n/2        halfRows false: rows 0..n/2
+//   LeftColumns: columns 0..n/2           TopRows: rows 0..n/2
 //   +------+-----+                       +------------+
 //   | data |stale|                       |    data    |
 //   |      |     |                       +------------+
@@ -92,8 +92,9 @@ void kf_TransposeRect(const float* src, float* dst, int columnCount, int rowCoun
 // The walk covers block rows (or block columns) 0 .. n/2 + 4; a block whose
 // mirror lies beyond the walk is filled one way from it, and the stale part
 // is left for the following pass to overwrite or never read.
-void kf_TransposeSquare(float* data, int n, bool halfRows)
+void kf_TransposeSquare(float* data, int n, kf_DataHalf half)
 {
+    const bool leftColumns = half == kf_DataHalf::LeftColumns;
     if (n == 1)
         return;
     if (n < 8) {
@@ -103,13 +104,13 @@ void kf_TransposeSquare(float* data, int n, bool halfRows)
     assert(n % kBlock == 0);
     kxAttention::check();
     const int walked = n / 2 + kBlock;
-    const int rowEnd = halfRows ? walked : n;
-    const int colEnd = halfRows ? n : walked;
+    const int rowEnd = leftColumns ? walked : n;
+    const int colEnd = leftColumns ? n : walked;
     for (int i = 0; i < rowEnd; i += kBlock)
         for (int j = 0; j < colEnd; j += kBlock) {
             if (i == j)
                 transposeBlockInPlace(data, n, i, i);
-            else if ((halfRows && j >= walked) || (!halfRows && i >= walked))
+            else if ((leftColumns && j >= walked) || (!leftColumns && i >= walked))
                 copyBlockTransposed(data, n, i, j);
             else if (j <= i)
                 exchangeBlockPair(data, n, i, j);
@@ -123,8 +124,9 @@ void kf_TransposeSquare(float* data, int n, bool halfRows)
 // A block starting at c covers rows c..c+3. For n of 8 or more blocks never
 // straddle row n/2, and the test below judges them conservatively. For n = 4
 // the single block holds both halves, so nothing is skipped there.
-void kf_TransposeSquareBanded(float* data, int n, int bandLo, int bandHi)
+void kf_TransposeSquareBanded(float* data, int n, kf_RowBand band)
 {
+    const int bandLo = band.lo, bandHi = band.hi;
     if (n == 1)
         return;
     if (n < kBlock) {

@@ -8,6 +8,8 @@
 // file, compiled with its own flags, with its lane types in its own
 // namespace. The running processor picks the first usable entry of one
 // table, best first; the scalar engine is the last entry.
+#include "fft/engine/direction.h"
+
 #include <cstdint>
 
 struct kf_RotationTable;
@@ -21,7 +23,7 @@ struct kf_LineGroup {
     long elementStride;
     long lineStride;
     int n;                     // elements per line transformed
-    int direction;             // as for kf_ComplexFFT2D
+    kf_Direction direction;
     unsigned keep;             // bit l set: line l is written back
     const kf_RotationTable* rotation;
     const std::int32_t* bitReverse;

@@ -1,0 +1,42 @@
+"""Makes docs/studio.png, the README's picture of the studio: the page on
+the test photograph with a notch and a ring placed by clicks, in headless
+Chromium. Run from the repository: /usr/bin/python3 tests/studio/take_screenshot.py build/tools/kxfreq"""
+import os
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, HERE)
+ROOT = os.path.dirname(os.path.dirname(HERE))
+os.environ["KXFREQ_TOOL"] = os.path.abspath(sys.argv[1])
+
+import browser_support as browser  # noqa: E402
+import studio_support as support  # noqa: E402
+from test_browser import click_at_frequency  # noqa: E402
+
+
+def main():
+    data = os.path.join(ROOT, "tests", "tools", "data")
+    studio = support.Studio("photo.png", cwd=data)
+    driver = browser.start_browser(1480, 1150)
+    try:
+        driver.get(studio.url + "/")
+        browser.wait_full_result(driver)
+        click_at_frequency(driver, 0.09, 0.06)
+        browser.wait_full_result(driver)
+        driver.find_element("css selector", "input[name=mode][value=b]").click()
+        click_at_frequency(driver, 0.0, -0.3)
+        browser.wait_full_result(driver)
+        driver.find_element("id", "showCommand").click()
+        from selenium.webdriver.support.ui import WebDriverWait
+        WebDriverWait(driver, 20).until(lambda d: "kxfreq filter" in d.find_element("id", "exportText").text)
+        driver.execute_script("window.scrollTo(0, 0);")
+        out = os.path.join(ROOT, "docs", "studio.png")
+        driver.save_screenshot(out)
+        print(out)
+    finally:
+        browser.stop_browser(driver)
+        studio.stop()
+
+
+if __name__ == "__main__":
+    main()
