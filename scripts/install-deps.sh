@@ -7,7 +7,9 @@ set -euo pipefail
 needed=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev binutils clang libclang-rt-14-dev)
 # The Python module, its tests and the API reference.
 needed+=(python3-dev python3-numpy python3-pytest pybind11-dev doxygen)
-needed+=(libtiff-dev time)   # TIFF for the tool; /usr/bin/time for its memory test
+needed+=(libtiff-dev libjpeg-dev time)   # TIFF and JPEG for the tool; /usr/bin/time for its memory test
+needed+=(mypy python3-dask python3-distributed python3-zarr)   # the stub check; the Dask layer and its tests
+needed+=(python3-scipy)   # bench/large_images_scipy.py times scipy beside the tiled filter
 needed+=(libcpp-httplib-dev chromium chromium-driver python3-selenium)   # kxfreq studio; its browser test
 missing=()
 for p in "${needed[@]}"; do

@@ -1,5 +1,6 @@
 // The register and peaks commands: what the analysis functions find, printed.
 #include "commands.h"
+#include "large_images.h"
 #include "windowing.h"
 
 #include <kx/analysis.h>
@@ -22,7 +23,9 @@ const CommandTable kRegisterCommand{
     "hundredths for unrelated images, typically 0.1 or more for two views of one\n"
     "scene. Each image is freed of its mean and windowed first; sizes need not be\n"
     "powers of two. The images may differ in bit depth. Shifts up to about 40%\n"
-    "of the image's side are found.",
+    "of the image's side are found. Images larger than 2048 pixels in a side\n"
+    "are registered on reduced copies, then refined on a 1024 x 1024 window at\n"
+    "full resolution.",
     {
         {"--window", nullptr, "NAME",
          "hann (default), tukey or none: the window against\n"
@@ -46,7 +49,9 @@ const CommandTable kPeaksCommand{
     "y, and positive angles turn from +x towards +y, clockwise on the screen;\n"
     "components are given at 0 to 180 degrees. Period and angle are what 'kxfreq\n"
     "filter --gabor-reject --period P --angle DEG' takes; 'kxfreq filter\n"
-    "--remove-texture' removes them all at once.",
+    "--remove-texture' removes them all at once. An image larger than 2048 pixels\n"
+    "in a side is searched on the averaged spectrum of its overlapping 1024 x 1024\n"
+    "tiles, read row by row.",
     {
         kMaxComponentsOption,
         {"--window", nullptr, "NAME",
@@ -81,6 +86,30 @@ kxPelBuffer<double> toDouble(const kxio::GreyImage& image)
 
 }  // namespace
 
+namespace {
+
+template <typename T>
+kxImageView<const T> viewOf(const kxPelBuffer<T>& image)
+{
+    return kxImageView<const T>(kfImageView<T>(image));
+}
+
+// Two images larger than one transform: a coarse shift on reduced copies,
+// refined on full-resolution windows.
+kxPhaseCorrelation correlateLarge(const kxio::GreyImage& reference, const kxio::GreyImage& moving,
+                                  const kxPhaseCorrelationOptions& correlation)
+{
+    kxLargeRegistrationOptions options;
+    options.correlation = correlation;
+    if (reference.bits != moving.bits)
+        return kf_PhaseCorrelateLarge(viewOf(toDouble(reference)), viewOf(toDouble(moving)), options);
+    if (reference.bits == 8)
+        return kf_PhaseCorrelateLarge(viewOf(reference.pixels8), viewOf(moving.pixels8), options);
+    return kf_PhaseCorrelateLarge(viewOf(reference.pixels16), viewOf(moving.pixels16), options);
+}
+
+}  // namespace
+
 int runRegister(const std::vector<std::string>& args)
 {
     const Options options(kRegisterCommand, args);
@@ -92,20 +121,32 @@ int runRegister(const std::vector<std::string>& args)
     correlation.window = windowOption(options, "hann");
     const kxio::Region region = regionOption(options);
 
-    const kxio::GreyImage reference = readInput(referencePath, region);
-    const kxio::GreyImage moving = readInput(movingPath, region);
+    // Larger than one transform: held whole, registered coarse to fine.
+    const bool large = !fitsOneTransform(referencePath, region) || !fitsOneTransform(movingPath, region);
+    auto read = [&](const std::string& path) {
+        return large ? kxio::readImage(path, region, kxio::ReadLimits{kxio::kMaxSide, ""}, printNote)
+                     : readInput(path, region);
+    };
+    const kxio::GreyImage reference = read(referencePath);
+    const kxio::GreyImage moving = read(movingPath);
     if (reference.width() != moving.width() || reference.height() != moving.height())
         throw CommandError("the images differ in size: " + referencePath + " is " + std::to_string(reference.width()) +
                            " x " + std::to_string(reference.height()) + ", " + movingPath + " is " +
                            std::to_string(moving.width()) + " x " + std::to_string(moving.height()) +
                            " (--region X,Y,W,H cuts the same part out of both)");
     kxPhaseCorrelation r;
-    if (reference.bits != moving.bits)   // compared as numbers: correlation ignores scale
-        r = kfPhaseCorrelate<double>(toDouble(reference), toDouble(moving), correlation);
-    else if (reference.bits == 8)
-        r = kfPhaseCorrelate<unsigned char>(reference.pixels8, moving.pixels8, correlation);
-    else
-        r = kfPhaseCorrelate<unsigned short>(reference.pixels16, moving.pixels16, correlation);
+    try {
+        if (large)
+            r = correlateLarge(reference, moving, correlation);
+        else if (reference.bits != moving.bits)   // compared as numbers: correlation ignores scale
+            r = kfPhaseCorrelate<double>(toDouble(reference), toDouble(moving), correlation);
+        else if (reference.bits == 8)
+            r = kfPhaseCorrelate<unsigned char>(reference.pixels8, moving.pixels8, correlation);
+        else
+            r = kfPhaseCorrelate<unsigned short>(reference.pixels16, moving.pixels16, correlation);
+    } catch (const kxFrequencyDefs::InvalidSize& e) {
+        throw CommandError(referencePath + " and " + movingPath + ": " + e.what());
+    }
 
     if (options.has("--json"))
         std::cout << "{\"dx\": " << jsonNumber(r.dx) << ", \"dy\": " << jsonNumber(r.dy)
@@ -125,22 +166,31 @@ int runPeaks(const std::vector<std::string>& args)
     kxPeriodicSearchOptions search;
     search.maxComponents = maxComponentsOption(options);
     const kxWindow window = windowOption(options, "hann");
-    const kxio::GreyImage image = readInput(in, regionOption(options));
-    // The library's own search windows with Hann; other windows are applied
-    // here, and the peaks re-measured for their shape.
+    const kxio::Region region = regionOption(options);
     std::vector<kxPeriodicComponent> components;
-    if (window.type == kxWindow::eHann) {
-        components = image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
-                                     : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+    if (!fitsOneTransform(in, region)) {
+        // Found on the averaged spectrum of the image's tiles, each windowed.
+        components = kfFindPeriodicComponents(welchSpectrumOf(in, window), search);
     } else {
-        kxFrequencyBuffer spectrum;
-        forwardWindowed(image, window, spectrum);
-        components = kfFindPeriodicComponents(spectrum, search);
-        refineForWindow(components, spectrum, image.width(), image.height(), window);
+        const kxio::GreyImage image = readInput(in, region);
+        // The library's own search windows with Hann; other windows are applied
+        // here, and the peaks re-measured for their shape.
+        if (window.type == kxWindow::eHann) {
+            components = image.bits == 8 ? kfFindPeriodicComponents<unsigned char>(image.pixels8, search)
+                                         : kfFindPeriodicComponents<unsigned short>(image.pixels16, search);
+        } else {
+            kxFrequencyBuffer spectrum;
+            forwardWindowed(image, window, spectrum);
+            components = kfFindPeriodicComponents(spectrum, search);
+            refineForWindow(components, spectrum, image.width(), image.height(), window);
+        }
     }
     if (options.has("--json")) {
-        std::cout << "{\"input\": " << jsonString(in) << ", \"width\": " << image.width()
-                  << ", \"height\": " << image.height() << ", \"components\": " << componentsJson(components) << "}\n";
+        const kxio::ImageInfo info = kxio::readInfo(in);
+        const long width = region.whole() ? info.width : region.width;
+        const long height = region.whole() ? info.height : region.height;
+        std::cout << "{\"input\": " << jsonString(in) << ", \"width\": " << width << ", \"height\": " << height
+                  << ", \"components\": " << componentsJson(components) << "}\n";
         return 0;
     }
     if (components.empty())

@@ -62,10 +62,14 @@ std::string formatSeconds(double seconds);
 
 // Writes one line to a stream, never interleaved with another thread's line.
 void printLine(std::ostream& stream, const std::string& line);
+// "kxfreq: note: " and the notice, on standard error.
+void printNote(const std::string& notice);
 
 // Reads an image (or the region of it) that the library can transform; a
 // larger image is refused from its header with a hint at --region.
 kxio::GreyImage readInput(const std::string& path, const kxio::Region& region);
+// The same with the image's channels kept (Channels::Keep) or as grey.
+kxio::Image readInputChannels(const std::string& path, const kxio::Region& region, kxio::Channels channels);
 
 enum class Padding { Zero, Mirror };
 Padding paddingOption(const Options& options, Padding fallback);
@@ -73,6 +77,7 @@ Padding paddingOption(const Options& options, Padding fallback);
 // Forward transform of an 8- or 16-bit image. With mirror padding the
 // image is laid into the padded grid with mirrored borders first.
 void forward(const kxio::GreyImage& image, Padding padding, kxFrequencyBuffer& spectrum);
+void forward(const kxPelBuffer<double>& image, Padding padding, kxFrequencyBuffer& spectrum);
 
 // The real and imaginary parts of the inverse, cropped to width x height.
 struct Complex {

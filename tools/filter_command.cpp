@@ -1,5 +1,7 @@
 // The filter command: one filter applied to one image or a batch.
+#include "colour.h"
 #include "commands.h"
+#include "large_images.h"
 
 #include <kx/core/exception.h>
 #include <kx/freqfilt.h>
@@ -9,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -36,7 +39,13 @@ const CommandTable kFilterCommand{
     "stripes); 90 degrees varies along y (horizontal stripes); positive angles\n"
     "turn from +x towards +y, that is clockwise on the screen, where y grows\n"
     "downwards. The angle is the direction of the peak from the middle of the\n"
-    "'kxfreq spectrum' picture.",
+    "'kxfreq spectrum' picture.\n"
+    "\n"
+    "Images of any size are filtered: one larger than a transform (2048 pixels\n"
+    "in a side) is cut into overlapping tiles whose seams do not show, and is\n"
+    "read and written row by row (colour channel by channel, through temporary\n"
+    "files), in memory that does not grow with its height; a region, and colour\n"
+    "with --color luminance or --remove-texture, are held in memory.",
     {
         {"--out", "-o", "PATH", "output file, or directory for a batch"},
         {"--gabor", nullptr, nullptr,
@@ -58,7 +67,9 @@ const CommandTable kFilterCommand{
          "finds each image's periodic components (as 'kxfreq\n"
          "peaks' lists them) and removes them with their\n"
          "harmonics, up to the image's borders; takes only\n"
-         "--max, --region, --jobs and --json"},
+         "--max, --region, --color, --quality, --tile,\n"
+         "--margin, --jobs and --json (colour images: found\n"
+         "on the luminance, removed from every channel)"},
         kMaxComponentsOption,
         {"--frequency", nullptr, "F", "lobe or ring position in cycles per pixel\n(default 0.1)"},
         {"--period", nullptr, "P", "the same as a period in pixels: --frequency 1/P"},
@@ -77,15 +88,26 @@ const CommandTable kFilterCommand{
          "the modulus"},
         kPadOption,
         kRegionOption,
+        kColourOption,
+        {"--quality", nullptr, "Q", "JPEG quality of .jpg/.jpeg outputs, 1 to 100\n(default 95)"},
         {"--save", nullptr, "FILE", "store the filter used (for the first image's size)"},
         {"--scale", nullptr, nullptr,
          "stretch each result to the full grey range (signed:\n"
          "keeping zero at mid-grey)"},
-        {"--jobs", nullptr, "N", "process N images at once (default 1)"},
+        {"--tile", nullptr, "N",
+         "images larger than one transform (or than N) are\n"
+         "filtered in overlapping N x N tiles: a power of two\n"
+         "from 64 to 2048 (default 2048)"},
+        {"--margin", nullptr, "M",
+         "pixels each tile reads beyond the part it writes\n"
+         "(default: from the filter's kernel)"},
+        {"--jobs", nullptr, "N",
+         "process N images at once; one image larger than a\n"
+         "tile is spread over N threads (default 1)"},
         {"--json", nullptr, "FILE",
          "write a report of the run (per input: output, size,\n"
-         "filter, time, status; with --remove-texture the\n"
-         "components removed)"},
+         "filter, time, status, tile, margin and tiles; with\n"
+         "--remove-texture the components removed)"},
     },
     nullptr};
 
@@ -126,53 +148,76 @@ struct FilterChoice {
     kxio::GreyImage gain;   // --transfer
 };
 
-// The option a library message is about, for messages that name it.
-std::string optionOf(const std::string& message, bool periodGiven)
-{
-    if (message.rfind("Frequency", 0) == 0)
-        return periodGiven ? "--period" : "--frequency";
-    if (message.rfind("Sigma and plateau", 0) == 0)
-        return "--sigma/--plateau";
-    if (message.rfind("Sigma", 0) == 0)
-        return "--sigma";
-    if (message.rfind("Plateau", 0) == 0)
-        return "--plateau";
-    if (message.rfind("DC ", 0) == 0)
-        return "--dc-radius";
-    return "";
-}
-
-std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
+std::unique_ptr<kxFrequencyFilter> constructFilter(const FilterChoice& choice, const kxPair<long>& size)
 {
     const kxPair<double> sigma(choice.sigma.first, choice.sigma.second);
     const kxPair<double> plateau(choice.plateau.first, choice.plateau.second);
     const kxRadian angle(choice.angleDegrees * 3.141592653589793 / 180.0);
-    try {
-        switch (choice.kind) {
-        case Kind::Gabor:
-            return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size,
-                                                            choice.dcRadius);
-        case Kind::GaborReject:
-            return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
-                                                                  choice.dcRadius);
-        case Kind::BandPass:
-            return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                               choice.dcRadius);
-        case Kind::BandReject:
-            return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
-                                                                 choice.dcRadius);
-        case Kind::Loaded:
-        case Kind::Transfer:
-        case Kind::RemoveTexture:
-            break;
+    switch (choice.kind) {
+    case Kind::Gabor:
+        return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, angle, choice.frequency, size,
+                                                        choice.dcRadius);
+    case Kind::GaborReject:
+        return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, choice.frequency, size,
+                                                              choice.dcRadius);
+    case Kind::BandPass:
+        return std::make_unique<kxFrequencyFilterBandPass>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                           choice.dcRadius);
+    case Kind::BandReject:
+        return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), choice.frequency, size,
+                                                             choice.dcRadius);
+    case Kind::Loaded:
+    case Kind::Transfer:
+    case Kind::RemoveTexture:
+        break;
+    }
+    return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
+}
+
+// The option a refused set of parameters is about: each parameter is tried
+// alone, the others at values the library accepts; the first refused names
+// its option. Empty when none is refused alone.
+std::string faultyOption(const FilterChoice& choice, const kxPair<long>& size)
+{
+    FilterChoice valid;
+    valid.kind = choice.kind;
+    valid.sigma = {0.01, 0.01};
+    valid.plateau = {0, 0};
+    const std::pair<std::string, std::function<void(FilterChoice&)>> trials[] = {
+        {choice.periodGiven ? "--period" : "--frequency", [&](FilterChoice& c) { c.frequency = choice.frequency; }},
+        {"--sigma", [&](FilterChoice& c) { c.sigma = choice.sigma; }},
+        {"--plateau", [&](FilterChoice& c) { c.plateau = choice.plateau; }},
+        {"--dc-radius", [&](FilterChoice& c) { c.dcRadius = choice.dcRadius; }},
+        {"--sigma/--plateau",
+         [&](FilterChoice& c) {
+             c.sigma = choice.sigma;
+             c.plateau = choice.plateau;
+         }},
+    };
+    for (const auto& [option, set] : trials) {
+        FilterChoice trial = valid;
+        set(trial);
+        try {
+            constructFilter(trial, size);
+        } catch (const kxFrequencyDefs::Errors&) {
+            return option;
         }
-    } catch (const kxException& e) {
-        const std::string option = optionOf(e.what(), choice.periodGiven);
+    }
+    return "";
+}
+
+// The filter of the choice for a spectrum of `size`; a refused parameter is
+// a usage error naming its option.
+std::unique_ptr<kxFrequencyFilter> makeFilter(const FilterChoice& choice, const kxPair<long>& size)
+{
+    try {
+        return constructFilter(choice, size);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        const std::string option = faultyOption(choice, size);
         if (option.empty())
             throw;
         throw UsageError(option + ": " + e.what());
     }
-    return std::unique_ptr<kxFrequencyFilter>(choice.loaded->clone());
 }
 
 std::shared_ptr<const kxFrequencyFilter> loadFilter(const std::string& path)
@@ -254,10 +299,14 @@ kxFrequencyFilterImage transferFilter(const FilterChoice& choice, long width, lo
 
 struct Settings {
     FilterChoice choice;
+    kxTileOptions tiling;   // tile, margin and jobs for large images
     OutputMode mode = OutputMode::Real;
     Padding padding = Padding::Mirror;
     kxio::Region region;
     bool scale = false;
+    ColourMode colour = ColourMode::PerChannel;
+    bool colourGiven = false;
+    kxio::WriteOptions write;
 };
 
 struct Outcome {
@@ -265,10 +314,12 @@ struct Outcome {
     double seconds = 0;
     std::string error;
     std::vector<kxPeriodicComponent> removed;   // --remove-texture
+    bool tiled = false;                          // filtered in tiles
+    kxTileReport report;
 };
 
-// --remove-texture: the library finds, removes and reports the components,
-// padding the image itself.
+// --remove-texture on a grey image: the library finds, removes and reports
+// the components, padding the image itself.
 kxio::GreyImage removeTexture(const kxio::GreyImage& image, const FilterChoice& choice,
                               std::vector<kxPeriodicComponent>& removed)
 {
@@ -279,27 +330,13 @@ kxio::GreyImage removeTexture(const kxio::GreyImage& image, const FilterChoice& 
     return kxio::makeImage16(kfRemovePeriodicTexture<unsigned short>(image.pixels16, options, &removed));
 }
 
-// Filters one image; `preread` is the image when it has been read already.
-void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
-               std::unique_ptr<kxio::GreyImage> preread)
+// The complex result of the chosen (linear) filter on one plane of pixels.
+template <typename Plane>
+Complex filterPlane(const Plane& plane, long width, long height, const Settings& settings, const std::string& in)
 {
-    const kxio::GreyImage image = preread ? std::move(*preread) : readInput(in, settings.region);
-    preread.reset();
-    outcome.width = image.width();
-    outcome.height = image.height();
     const FilterChoice& choice = settings.choice;
-    if (choice.kind == Kind::RemoveTexture) {
-        kxio::GreyImage result;
-        try {
-            result = removeTexture(image, choice, outcome.removed);
-        } catch (const kxException& e) {
-            throw CommandError(in + ": " + e.what());
-        }
-        kxio::writeImage(out, result);
-        return;
-    }
     kxFrequencyBuffer spectrum;
-    forward(image, settings.padding, spectrum);
+    forward(plane, settings.padding, spectrum);
     const long pw = spectrum.width(), ph = spectrum.height();
     double factor = 1;
     try {
@@ -320,14 +357,253 @@ void filterOne(const std::string& in, const std::string& out, const Settings& se
         throw CommandError(in + ": the filter does not fit this image (" + e.what() + "); its spectrum is " +
                            std::to_string(pw) + " x " + std::to_string(ph));
     }
-    Complex result = inverseComplex(spectrum, image.width(), image.height());
+    Complex result = inverseComplex(spectrum, width, height);
     if (factor != 1)
-        for (long y = 0; y < image.height(); ++y)
-            for (long x = 0; x < image.width(); ++x) {
+        for (long y = 0; y < height; ++y)
+            for (long x = 0; x < width; ++x) {
                 result.real(x, y) *= factor;
                 result.imag(x, y) *= factor;
             }
-    kxio::writeImage(out, toPixels(result, image.bits, settings.mode, settings.scale));
+    return result;
+}
+
+kxio::GreyImage filterGrey(const kxio::GreyImage& plane, const Settings& settings, const std::string& in)
+{
+    return toPixels(filterPlane(plane, plane.width(), plane.height(), settings, in), plane.bits, settings.mode,
+                    settings.scale);
+}
+
+// --remove-texture on a colour image: the components are found on the
+// luminance and the same reject filter removes them from every colour
+// channel (mirror padded, as the filters are).
+kxio::Image removeColourTexture(const kxio::Image& image, const FilterChoice& choice,
+                                std::vector<kxPeriodicComponent>& removed)
+{
+    kxPeriodicSearchOptions search;
+    search.maxComponents = choice.maxComponents;
+    removed = kfFindPeriodicComponents<double>(luminanceOf(image), search);
+    if (removed.empty())
+        return image;
+    const kxFrequencyBuffer sized(image.width(), image.height());   // the library's padded size
+    const kxFrequencyFilterImage reject =
+        kfPeriodicRejectFilter(removed, kxPair<long>(sized.width(), sized.height()));
+    return eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+        kxFrequencyBuffer spectrum;
+        forward(plane, Padding::Mirror, spectrum);
+        reject.apply(spectrum);
+        return toPixels(inverseComplex(spectrum, plane.width(), plane.height()), plane.bits, OutputMode::Real, false);
+    });
+}
+
+// How an input is read: with its channels unless grey is asked for or the
+// output cannot hold colour.
+kxio::Channels channelsFor(const Settings& settings, const std::string& out)
+{
+    return settings.colour == ColourMode::Grey || !kxio::holdsColour(kxio::formatFor(out)) ? kxio::Channels::Grey
+                                                                                          : kxio::Channels::Keep;
+}
+
+kxio::Image filterImage(const kxio::Image& image, const Settings& settings, const std::string& in,
+                        Outcome& outcome)
+{
+    const FilterChoice& choice = settings.choice;
+    if (choice.kind == Kind::RemoveTexture) {
+        if (image.colour())
+            return removeColourTexture(image, choice, outcome.removed);
+        return eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+            return removeTexture(plane, choice, outcome.removed);
+        });
+    }
+    if (image.colour() && settings.colour == ColourMode::Luminance) {
+        const kxPelBuffer<double> before = luminanceOf(image);
+        const Complex after = filterPlane(before, image.width(), image.height(), settings, in);
+        return addLuminanceChange(image, before, after.real);
+    }
+    return eachColourPlane(image, [&](const kxio::GreyImage& plane) { return filterGrey(plane, settings, in); });
+}
+
+// The choice as a filter description without a size, for tiles.
+std::unique_ptr<kxFilterDescription> describe(const FilterChoice& c)
+{
+    const double angle = c.angleDegrees * 3.141592653589793 / 180.0;
+    const kxPair<double> sigma(c.sigma.first, c.sigma.second), plateau(c.plateau.first, c.plateau.second);
+    auto gaborLike = [&](auto d) {
+        d->sigma = sigma, d->plateau = plateau, d->angle = angle, d->frequency = c.frequency, d->dcRadius = c.dcRadius;
+    };
+    auto radial = [&](auto d) {
+        d->sigma = sigma.x(), d->plateau = plateau.x(), d->frequency = c.frequency, d->dcRadius = c.dcRadius;
+    };
+    switch (c.kind) {
+    case Kind::Gabor: {
+        auto d = std::make_unique<kxGaborDescription>();
+        gaborLike(d.get());
+        return d;
+    }
+    case Kind::GaborReject: {
+        auto d = std::make_unique<kxGaborRejectDescription>();
+        gaborLike(d.get());
+        return d;
+    }
+    case Kind::BandPass: {
+        auto d = std::make_unique<kxBandPassDescription>();
+        radial(d.get());
+        return d;
+    }
+    case Kind::BandReject: {
+        auto d = std::make_unique<kxBandRejectDescription>();
+        radial(d.get());
+        return d;
+    }
+    case Kind::Loaded:
+    case Kind::Transfer:
+    case Kind::RemoveTexture:
+        break;
+    }
+    return nullptr;   // sized filters cannot be tiled; texture removal builds its own
+}
+
+kxTileOptions::Output tiledOutput(OutputMode mode)
+{
+    if (mode == OutputMode::Signed)
+        return kxTileOptions::eSigned;
+    return mode == OutputMode::Magnitude ? kxTileOptions::eMagnitude : kxTileOptions::eReal;
+}
+
+// Whether an image of this header (or the region of it) is larger than one
+// tile.
+bool needsTiles(const kxio::ImageInfo& info, const Settings& settings)
+{
+    const long w = settings.region.whole() ? info.width : settings.region.width;
+    const long h = settings.region.whole() ? info.height : settings.region.height;
+    return kfPaddedSize(w) > settings.tiling.tile || kfPaddedSize(h) > settings.tiling.tile;
+}
+
+// The notches for the periodic components of a large grey file, found on its
+// Welch spectrum (a first pass over the file).
+kxPeriodicRejectDescription texturesOf(const kxFrequencyBuffer& welch, const FilterChoice& choice,
+                                       std::vector<kxPeriodicComponent>& removed)
+{
+    kxPeriodicSearchOptions search;
+    search.maxComponents = choice.maxComponents;
+    kxPeriodicRejectDescription notches;
+    notches.components = kfFindPeriodicComponents(welch, search);
+    removed = notches.components;
+    return notches;
+}
+
+// A large image filtered in tiles. A grey image read whole is streamed from
+// its file to the output row by row; a colour image or a region is read into
+// memory and each plane tiled.
+void filterLarge(const std::string& in, const std::string& out, const kxio::ImageInfo& info,
+                 const Settings& settings, Outcome& outcome)
+{
+    const FilterChoice& choice = settings.choice;
+    if (choice.kind == Kind::Loaded || choice.kind == Kind::Transfer)
+        throw CommandError(in + ": a filter of one fixed size (--" + kindName(choice.kind) +
+                           ") cannot be cut into tiles, and this image is " + std::to_string(info.width) + " x " +
+                           std::to_string(info.height) + "; give the filter by its parameters, or use --region");
+    if (settings.padding == Padding::Zero)
+        throw CommandError(in + ": --pad zero needs the image in one transform; tiles are mirrored at the borders");
+    if (settings.scale)
+        throw CommandError(in + ": --scale needs the image in one transform (at most " +
+                           std::to_string(settings.tiling.tile) + " in a side)");
+    outcome.tiled = true;
+    kxTileOptions tiling = settings.tiling;
+    tiling.output = tiledOutput(settings.mode);
+    ProgressBar bar(in);
+    tiling.progress = [&](long done, long total) { bar.update(done, total); };
+    const std::unique_ptr<kxFilterDescription> description = describe(choice);
+    const kxio::Channels channels = channelsFor(settings, out);
+    try {
+        if ((channels == kxio::Channels::Grey || info.channels == 1) && settings.region.whole()) {
+            outcome.width = info.width;
+            outcome.height = info.height;
+            std::unique_ptr<kxFilterDescription> notches;
+            if (choice.kind == Kind::RemoveTexture) {
+                FileRowSource first(in);
+                kxWelchOptions welch;
+                welch.jobs = tiling.jobs;
+                notches = std::make_unique<kxPeriodicRejectDescription>(
+                    texturesOf(kfWelchSpectrum(first, welch), choice, outcome.removed));
+            }
+            FileRowSource source(in, printNote);
+            FileRowSink sink(out, kxio::ImageInfo{info.width, info.height, info.bits, kxio::formatFor(out), 1},
+                             settings.write);
+            outcome.report = kfFilterTiled(source, notches ? *notches : *description, sink,
+                                           info.bits == 8 ? eSampleU8 : eSampleU16, tiling);
+            sink.commit();
+            return;
+        }
+        if (description && settings.region.whole() && settings.colour == ColourMode::PerChannel) {
+            // Each channel streamed alone; alpha copied.
+            outcome.width = info.width;
+            outcome.height = info.height;
+            outcome.report = filterChannelsStreamed(in, out, *description, tiling, settings.write);
+            printNote(in + ": " + colourNote(info.channels, settings.colour, false));
+            return;
+        }
+        kxio::ReadLimits limits;
+        limits.maxSide = kxio::kMaxSide;
+        const kxio::Image image = channels == kxio::Channels::Grey
+                                      ? kxio::fromGrey(kxio::readImage(in, settings.region, limits))
+                                      : kxio::readChannels(in, settings.region, limits);
+        outcome.width = image.width();
+        outcome.height = image.height();
+        std::unique_ptr<kxFilterDescription> notches;
+        if (choice.kind == Kind::RemoveTexture) {
+            const kxPelBuffer<double> luminance = luminanceOf(image);
+            kxWelchOptions welch;
+            welch.jobs = tiling.jobs;
+            notches = std::make_unique<kxPeriodicRejectDescription>(texturesOf(
+                kf_WelchSpectrum(kxImageView<const double>(kfImageView<double>(luminance)), welch), choice,
+                outcome.removed));
+        }
+        const kxFilterDescription& filter = notches ? *notches : *description;
+        kxio::Image result;
+        if (image.colour() && settings.colour == ColourMode::Luminance && !notches) {
+            const kxPelBuffer<double> before = luminanceOf(image);
+            kxPelBuffer<double> after(image.width(), image.height());
+            outcome.report = kf_FilterTiled(kxImageView<const double>(kfImageView<double>(before)), filter,
+                                            kfImageView<double>(after), tiling);
+            result = addLuminanceChange(image, before, after);
+        } else {
+            result = eachColourPlane(image, [&](const kxio::GreyImage& plane) {
+                return filterPlaneTiled(plane, filter, tiling, outcome.report);
+            });
+        }
+        if (image.colour())
+            printNote(in + ": " + colourNote(image.channels(), settings.colour, choice.kind == Kind::RemoveTexture));
+        kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
+    } catch (const kxException& e) {
+        throw CommandError(in + ": " + e.what());
+    }
+}
+
+// Filters one image; `preread` is the image when it has been read already.
+void filterOne(const std::string& in, const std::string& out, const Settings& settings, Outcome& outcome,
+               std::unique_ptr<kxio::Image> preread)
+{
+    if (!preread) {
+        const kxio::ImageInfo info = kxio::readInfo(in);
+        if (needsTiles(info, settings))
+            return filterLarge(in, out, info, settings, outcome);
+    }
+    const kxio::Image image =
+        preread ? std::move(*preread) : readInputChannels(in, settings.region, channelsFor(settings, out));
+    preread.reset();
+    outcome.width = image.width();
+    outcome.height = image.height();
+    kxio::Image result;
+    try {
+        result = filterImage(image, settings, in, outcome);
+    } catch (const kxException& e) {
+        if (settings.choice.kind != Kind::RemoveTexture)
+            throw;
+        throw CommandError(in + ": " + e.what());
+    }
+    if (image.colour())
+        printNote(in + ": " + colourNote(image.channels(), settings.colour, settings.choice.kind == Kind::RemoveTexture));
+    kxio::writeImage(out, result, kxio::formatFor(out), settings.write);
 }
 
 std::string describeFilter(const Settings& settings)
@@ -355,6 +631,7 @@ std::string describeFilter(const Settings& settings)
         out << ", \"pad\": \"" << (settings.padding == Padding::Zero ? "zero" : "mirror") << "\"";
         out << ", \"scale\": " << (settings.scale ? "true" : "false");
     }
+    out << ", \"color\": " << jsonString(colourModeName(settings.colour));
     if (!settings.region.whole())
         out << ", \"region\": [" << settings.region.x << ", " << settings.region.y << ", " << settings.region.width
             << ", " << settings.region.height << "]";
@@ -376,6 +653,12 @@ void writeReport(const std::string& path, const Settings& settings, const std::v
             << (o.error.empty() ? jsonString(outputs[i]) : "null") << ", \"width\": " << o.width
             << ", \"height\": " << o.height << ", \"filter\": " << filter << ", \"seconds\": " << jsonNumber(o.seconds)
             << ", \"status\": " << (o.error.empty() ? "\"ok\"" : "\"error\"");
+        if (o.error.empty()) {
+            // An image in one transform counts as one tile of its padded size.
+            const long tile = o.tiled ? o.report.tile : std::max(kfPaddedSize(o.width), kfPaddedSize(o.height));
+            out << ", \"tile\": " << tile << ", \"margin\": " << (o.tiled ? o.report.margin : 0)
+                << ", \"tiles\": " << (o.tiled ? o.report.tiles : 1);
+        }
         if (settings.choice.kind == Kind::RemoveTexture && o.error.empty())
             out << ", \"removed\": " << componentsJson(o.removed);
         if (!o.error.empty())
@@ -386,6 +669,30 @@ void writeReport(const std::string& path, const Settings& settings, const std::v
         << ",\n  \"seconds\": " << jsonNumber(seconds) << "\n}\n";
     const std::string text = out.str();
     kxio::writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+// --tile, --margin and the threads one large image's tiles get. The
+// library checks the tile and whether the margin leaves room in it; its
+// message is given under the option at fault.
+kxTileOptions tilingOption(const Options& options, long jobs)
+{
+    kxTileOptions tiling;
+    tiling.tile = options.integer("--tile", kfMaxTileSide, 1, 1L << 30);
+    tiling.jobs = static_cast<unsigned>(jobs);
+    const kxBandRejectDescription any;   // the checks do not depend on the filter
+    tiling.margin = 0;                   // the tile alone first
+    try {
+        kfTileMargin(any, eSampleU16, tiling);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        optionError("--tile", e.what());
+    }
+    tiling.margin = options.integer("--margin", -1, 0, 1L << 30);
+    try {
+        kfTileMargin(any, eSampleU16, tiling);
+    } catch (const kxFrequencyDefs::InvalidArgument& e) {
+        optionError("--margin", e.what());
+    }
+    return tiling;
 }
 
 Kind chosenKind(const Options& options)
@@ -472,7 +779,16 @@ int runFilter(const std::vector<std::string>& args)
     settings.padding = paddingOption(options, Padding::Mirror);
     settings.region = regionOption(options);
     settings.scale = options.has("--scale");
+    settings.colour = colourOption(options);
+    settings.colourGiven = options.has("--color");
+    settings.write.jpegQuality = static_cast<int>(options.integer("--quality", 95, 1, 100));
+    if (settings.colour == ColourMode::Luminance) {
+        if (settings.mode != OutputMode::Real)
+            optionError("--color", "luminance works with --output real only (the chroma is added back)");
+        options.refuse("--scale", "not used with --color luminance (the chroma is added back unscaled)");
+    }
     const long jobs = options.integer("--jobs", 1, 1, 256);
+    settings.tiling = tilingOption(options, inputs.size() == 1 ? jobs : 1);
     const std::string json = options.value("--json");
     if (options.has("--json") && json.empty())
         optionError("--json", "needs a file name");
@@ -491,7 +807,13 @@ int runFilter(const std::vector<std::string>& args)
     std::map<std::string, std::string> claimed;   // output -> input
     for (const std::string& in : inputs) {
         const std::string out = toDirectory ? (fs::path(output) / fs::path(in).filename()).string() : output;
-        kxio::formatFor(out);
+        const kxio::Format format = kxio::formatFor(out);
+        if (settings.colourGiven && settings.colour != ColourMode::Grey && !kxio::holdsColour(format))
+            optionError("--color", std::string(colourModeName(settings.colour)) +
+                                       " needs an output that holds colour (" + out +
+                                       " is PGM): use .png, .tif or .jpg, or --color grey");
+        if (options.has("--quality") && format != kxio::Format::Jpeg)
+            optionError("--quality", "used only for .jpg/.jpeg outputs, not " + out);
         if (fs::equivalent(in, out, ec))
             throw CommandError(out + ": the output would overwrite its input");
         const std::string key = fs::absolute(out, ec).lexically_normal().string();
@@ -506,10 +828,8 @@ int runFilter(const std::vector<std::string>& args)
         settings.choice.loaded = loadFilter(settings.choice.source);
     } else if (settings.choice.kind == Kind::Transfer) {
         try {
-            settings.choice.gain = kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{},
-                                                   [](const std::string& notice) {
-                                                       printLine(std::cerr, "kxfreq: note: " + notice);
-                                                   });
+            settings.choice.gain =
+                kxio::readImage(settings.choice.source, kxio::Region{}, kxio::ReadLimits{}, printNote);
         } catch (const kxio::ImageError& e) {
             optionError("--transfer", e.what());
         }
@@ -518,9 +838,10 @@ int runFilter(const std::vector<std::string>& args)
     }
     // The filter is stored for the first image's size: that image is read
     // now (and only now), and handed to its worker.
-    std::unique_ptr<kxio::GreyImage> first;
+    std::unique_ptr<kxio::Image> first;
     if (options.has("--save")) {
-        first = std::make_unique<kxio::GreyImage>(readInput(inputs[0], settings.region));
+        first = std::make_unique<kxio::Image>(
+            readInputChannels(inputs[0], settings.region, channelsFor(settings, outputs[0])));
         const kxFrequencyBuffer sized(first->width(), first->height());   // the library's padded size
         saveFilter(options.value("--save"), *makeFilter(settings.choice, kxPair<long>(sized.width(), sized.height())));
     }

@@ -1,9 +1,13 @@
 #pragma once
-// Reading and writing grey images for the kxfreq tool: binary (P5) and ASCII
-// (P2) PGM of 8 and 16 bits always; PNG (8- and 16-bit grey; colour and
-// palette images converted to grey) when libpng was found at build time; TIFF
-// (8- and 16-bit, strips or tiles; several samples per pixel converted to
-// grey) when libtiff was found.
+// Reading and writing images for the kxfreq tool: binary (P5) and ASCII (P2)
+// PGM of 8 and 16 bits always; PNG (8- and 16-bit grey, grey and alpha, RGB,
+// RGBA; palettes expanded) when libpng was found at build time; TIFF (8- and
+// 16-bit, strips or tiles, grey or RGB with or without alpha, BigTIFF) when
+// libtiff was found; JPEG (8-bit grey and colour, EXIF orientation applied)
+// when libjpeg was found.
+//
+// An image is read either as grey (colour converted with the weights of
+// greyOf, alpha dropped, with a notice) or with its channels kept.
 //
 // Every failure is an ImageError with a one-line message naming the file.
 // Readers look at the header first and refuse, before allocating anything of
@@ -11,15 +15,17 @@
 // read keeps only the region: the file is read row by row (tile row by tile
 // row for tiled TIFF) and reading stops after the region's last row, so the
 // memory used is the region plus one row (or one row of tiles) of the file.
-// Writing encodes in memory, writes a temporary file in the destination's
-// directory and renames it into place only when complete, so a failed write
-// leaves no partial output behind.
+// streamImage() hands the rows on in order instead of keeping them.
+// Writers write row by row into a temporary file in the destination's
+// directory and rename it into place only when complete; a failed write, or
+// a run stopped by SIGINT, SIGTERM or SIGHUP, leaves no partial output behind.
 #include <kx/core/pel_buffer.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -46,7 +52,26 @@ struct GreyImage {
     long height() const { return bits == 8 ? pixels8.height() : pixels16.height(); }
 };
 
-enum class Format { Pgm, PgmAscii, Png, Tiff };
+// One plane of samples or several planes of one image: grey; grey and
+// alpha; red, green and blue; red, green, blue and alpha. All planes have
+// the same size and depth.
+struct Image {
+    std::vector<GreyImage> planes;
+
+    int bits() const { return planes.empty() ? 8 : planes[0].bits; }
+    long width() const { return planes.empty() ? 0 : planes[0].width(); }
+    long height() const { return planes.empty() ? 0 : planes[0].height(); }
+    int channels() const { return static_cast<int>(planes.size()); }
+    bool colour() const { return planes.size() >= 3; }
+    bool hasAlpha() const { return planes.size() == 2 || planes.size() == 4; }
+    // The planes that carry the picture: all but alpha.
+    int colourPlanes() const { return hasAlpha() ? channels() - 1 : channels(); }
+};
+
+enum class Format { Pgm, PgmAscii, Png, Tiff, Jpeg };
+
+// Whether a read keeps an image's channels or converts it to grey.
+enum class Channels { Grey, Keep };
 
 // A rectangle of an image: left, top, width, height. Empty (width 0) means
 // the whole image.
@@ -61,17 +86,26 @@ struct ImageInfo {
     long height = 0;
     int bits = 8;
     Format format = Format::Pgm;
+    int channels = 1;   // as described by Image
+};
+
+// Options of a write.
+struct WriteOptions {
+    int jpegQuality = 95;   // 1 to 100
 };
 
 using Notice = std::function<void(const std::string&)>;
 
-// The format a file name asks for: .png, .tif / .tiff, or .pgm / .pnm
-// (binary).
+// The format a file name asks for: .png, .tif / .tiff, .jpg / .jpeg, or
+// .pgm / .pnm (binary).
 Format formatFor(const std::string& path);
-// The usual file extension of a format (".pgm", ".png", ".tif").
+// The usual file extension of a format (".pgm", ".png", ".tif", ".jpg").
 const char* extensionOf(Format format);
 bool pngSupported();
 bool tiffSupported();
+bool jpegSupported();
+// Whether a format holds channels beyond grey (PGM does not).
+bool holdsColour(Format format);
 
 // Limits on what a read may return. A whole-image read refuses an image with
 // a side above maxSide; a region read refuses a region with a side above
@@ -92,9 +126,61 @@ GreyImage readImage(const std::string& path, const Region& region, const ReadLim
 // The same from bytes in memory; `name` is used in messages.
 GreyImage readImageFromMemory(const unsigned char* data, std::size_t size, const std::string& name = "<memory>",
                               const Region& region = {}, const ReadLimits& limits = {}, const Notice& notice = {});
+// The same with the image's channels kept.
+Image readChannels(const std::string& path, const Region& region, const ReadLimits& limits,
+                   const Notice& notice = {});
+Image readChannelsFromMemory(const unsigned char* data, std::size_t size, const std::string& name,
+                             const Region& region = {}, const ReadLimits& limits = {});
+
+// Receives an image's rows in order, top to bottom, each as interleaved
+// samples (unsigned char for 8 bits, unsigned short for 16, host order).
+class RowTarget {
+public:
+    virtual ~RowTarget() = default;
+    // The image as it will be delivered (channels after any conversion).
+    virtual void start(const ImageInfo& info) = 0;
+    virtual void row(long y, const void* samples) = 0;
+};
+// Reads a whole image of any size (up to kMaxSide in a side) row by row into
+// `target`, keeping only a row (or a row of TIFF tiles) in memory.
+void streamImage(const std::string& path, RowTarget& target, Channels channels, const Notice& notice = {});
+void streamImageFromMemory(const unsigned char* data, std::size_t size, const std::string& name, RowTarget& target,
+                           Channels channels);
+
+namespace detail {
+class ByteSink;
+class Encoder;
+class TemporaryFile;
+}  // namespace detail
+
+// Writes an image row by row. The rows go into a temporary file beside
+// `path`; commit() renames it into place. Destroyed without commit() (a
+// failure), the temporary is removed.
+class ImageWriter {
+public:
+    // `info` gives the size, depth and channels; its format is ignored.
+    ImageWriter(const std::string& path, Format format, const ImageInfo& info, const WriteOptions& options = {});
+    ~ImageWriter();
+    ImageWriter(const ImageWriter&) = delete;
+    ImageWriter& operator=(const ImageWriter&) = delete;
+    // The next row: width x channels interleaved samples of the depth given.
+    void row(const void* samples);
+    void commit();
+
+private:
+    std::string path_;
+    std::unique_ptr<detail::TemporaryFile> file_;
+    std::unique_ptr<detail::ByteSink> sink_;
+    std::unique_ptr<detail::Encoder> encoder_;
+    long rows_ = 0;
+    long height_ = 0;
+};
 
 // The file's bytes in `format`.
+std::vector<unsigned char> encodeImage(const std::string& path, const Image& image, Format format,
+                                       const WriteOptions& options = {});
 std::vector<unsigned char> encodeImage(const std::string& path, const GreyImage& image, Format format);
+void writeImage(const std::string& path, const Image& image, Format format, const WriteOptions& options = {});
 void writeImage(const std::string& path, const GreyImage& image, Format format);
 inline void writeImage(const std::string& path, const GreyImage& image) { writeImage(path, image, formatFor(path)); }
 // Writes bytes to `path` through a temporary file in the same directory.
@@ -125,5 +211,7 @@ GreyImage roundedImage(int bits, long w, long h, F value)
 
 GreyImage makeImage8(const kxPelBuffer<unsigned char>& pixels);
 GreyImage makeImage16(const kxPelBuffer<unsigned short>& pixels);
+// An image of one grey plane.
+Image fromGrey(GreyImage grey);
 
 }  // namespace kxio

@@ -1,5 +1,6 @@
 // Stand-ins for the formats whose library was not found at build time
-// (KXIO_NO_PNG, KXIO_NO_TIFF): their files are refused with a clear message.
+// (KXIO_NO_PNG, KXIO_NO_TIFF, KXIO_NO_JPEG): their files are refused with a
+// clear message.
 #include "image_detail.h"
 
 namespace kxio {
@@ -16,21 +17,23 @@ namespace {
 }  // namespace
 
 #ifdef KXIO_NO_PNG
-void readPng(ByteSource& source, RowSink&, const Notice&) { notBuilt(source.name(), "PNG", "libpng", "PGM"); }
-std::vector<unsigned char> encodePng(const std::string& path, const GreyImage&)
-{
-    notBuilt(path, "PNG", "libpng", "PGM");
-}
+void readPng(ByteSource& source, RowSink&) { notBuilt(source.name(), "PNG", "libpng", "PGM"); }
+std::unique_ptr<Encoder> pngEncoder(ByteSink& sink, const ImageInfo&) { notBuilt(sink.name(), "PNG", "libpng", "PGM"); }
 #endif
 
 #ifdef KXIO_NO_TIFF
-void readTiff(ByteSource& source, RowSink&, const Notice&)
+void readTiff(ByteSource& source, RowSink&) { notBuilt(source.name(), "TIFF", "libtiff", "PNG or PGM"); }
+std::unique_ptr<Encoder> tiffEncoder(ByteSink& sink, const ImageInfo&)
 {
-    notBuilt(source.name(), "TIFF", "libtiff", "PNG or PGM");
+    notBuilt(sink.name(), "TIFF", "libtiff", "PNG or PGM");
 }
-std::vector<unsigned char> encodeTiff(const std::string& path, const GreyImage&)
+#endif
+
+#ifdef KXIO_NO_JPEG
+void readJpeg(ByteSource& source, RowSink&) { notBuilt(source.name(), "JPEG", "libjpeg", "PNG, TIFF or PGM"); }
+std::unique_ptr<Encoder> jpegEncoder(ByteSink& sink, const ImageInfo&, int)
 {
-    notBuilt(path, "TIFF", "libtiff", "PNG or PGM");
+    notBuilt(sink.name(), "JPEG", "libjpeg", "PNG, TIFF or PGM");
 }
 #endif
 
@@ -41,6 +44,9 @@ bool pngSupported() { return false; }
 #endif
 #ifdef KXIO_NO_TIFF
 bool tiffSupported() { return false; }
+#endif
+#ifdef KXIO_NO_JPEG
+bool jpegSupported() { return false; }
 #endif
 
 }  // namespace kxio

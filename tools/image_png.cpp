@@ -1,5 +1,7 @@
 // PNG reading and writing through libpng's classic interface, with our own
-// read and write callbacks (no FILE*, no temporary file).
+// read and write callbacks over byte sources and sinks. Grey, grey and
+// alpha, RGB and RGBA are read as they are (palettes expanded, transparency
+// as alpha) and written row by row.
 //
 // libpng reports errors by longjmp. Every function that calls setjmp below
 // holds only trivially destructible locals, the callbacks catch everything
@@ -37,21 +39,11 @@ void readBytes(png_structp png, png_bytep data, png_size_t length)
         png_error(png, "truncated file");
 }
 
-struct WriteTarget {
-    std::vector<unsigned char>* bytes;
-    bool failed;
-};
-
 void writeBytes(png_structp png, png_bytep data, png_size_t length)
 {
-    auto* target = static_cast<WriteTarget*>(png_get_io_ptr(png));
-    try {
-        target->bytes->insert(target->bytes->end(), data, data + length);
-    } catch (...) {
-        target->failed = true;
-    }
-    if (target->failed)
-        png_error(png, "out of memory");
+    auto* sink = static_cast<ByteSink*>(png_get_io_ptr(png));
+    if (!sink->write(data, length))
+        png_error(png, "write failed");
 }
 
 void flushBytes(png_structp) {}
@@ -62,7 +54,7 @@ struct PngHeader {
     int bitDepth;
     int colorType;
     int interlace;
-    bool converted;   // colour data turned into grey
+    int channels;   // after the transformations
 };
 
 // Reads the header only.
@@ -76,29 +68,24 @@ bool readHeader(png_structp png, png_infop info, PngHeader* header)
     return true;
 }
 
-// Sets the transformations to 8- or 16-bit grey.
+// Sets the transformations to 8- or 16-bit samples of grey, grey and alpha,
+// RGB or RGBA.
 bool setTransforms(png_structp png, png_infop info, PngHeader* header)
 {
     if (setjmp(png_jmpbuf(png)))
         return false;
-    header->converted = false;
     if (header->colorType == PNG_COLOR_TYPE_PALETTE)
         png_set_palette_to_rgb(png);
     if (header->colorType == PNG_COLOR_TYPE_GRAY && header->bitDepth < 8)
         png_set_expand_gray_1_2_4_to_8(png);
     if (png_get_valid(png, info, PNG_INFO_tRNS))
         png_set_tRNS_to_alpha(png);
-    if (header->colorType & PNG_COLOR_MASK_ALPHA || png_get_valid(png, info, PNG_INFO_tRNS))
-        png_set_strip_alpha(png);
-    if (header->colorType & PNG_COLOR_MASK_COLOR) {
-        png_set_rgb_to_gray_fixed(png, 1, -1, -1);
-        header->converted = true;
-    }
     if (header->bitDepth == 16)
         png_set_swap(png);   // host (little-endian) order
     if (header->interlace != PNG_INTERLACE_NONE)
         png_set_interlace_handling(png);
     png_read_update_info(png, info);
+    header->channels = png_get_channels(png, info);
     return true;
 }
 
@@ -126,18 +113,34 @@ bool readAllRows(png_structp png, png_bytepp rows)
     return true;
 }
 
-bool writeAll(png_structp png, png_infop info, WriteTarget* target, png_uint_32 width, png_uint_32 height, int bits,
-              png_bytepp rows)
+bool startWriting(png_structp png, png_infop info, ByteSink* sink, const ImageInfo* image)
+{
+    static const int kColourTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                                       PNG_COLOR_TYPE_RGB_ALPHA};
+    if (setjmp(png_jmpbuf(png)))
+        return false;
+    png_set_write_fn(png, sink, writeBytes, flushBytes);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image->width), static_cast<png_uint_32>(image->height),
+                 image->bits, kColourTypes[image->channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    if (image->bits == 16)
+        png_set_swap(png);
+    return true;
+}
+
+bool writeRow(png_structp png, png_const_bytep row)
 {
     if (setjmp(png_jmpbuf(png)))
         return false;
-    png_set_write_fn(png, target, writeBytes, flushBytes);
-    png_set_IHDR(png, info, width, height, bits, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(png, info);
-    if (bits == 16)
-        png_set_swap(png);
-    png_write_image(png, rows);
+    png_write_row(png, row);
+    return true;
+}
+
+bool endWriting(png_structp png, png_infop info)
+{
+    if (setjmp(png_jmpbuf(png)))
+        return false;
     png_write_end(png, info);
     return true;
 }
@@ -172,15 +175,17 @@ private:
 using ReadStruct = PngStruct<false>;
 using WriteStruct = PngStruct<true>;
 
-template <typename T>
-void deliver(RowSink& sink, long y, long width, const unsigned char* row)
+void deliver(RowSink& sink, int bits, long y, long width, const unsigned char* row)
 {
-    sink.put(y, 0, width, reinterpret_cast<const T*>(row));
+    if (bits == 8)
+        sink.put(y, 0, width, row);
+    else
+        sink.put(y, 0, width, reinterpret_cast<const unsigned short*>(row));
 }
 
 }  // namespace
 
-void readPng(ByteSource& source, RowSink& sink, const Notice& notice)
+void readPng(ByteSource& source, RowSink& sink)
 {
     const std::string& name = source.name();
     ErrorSink errors{};
@@ -196,11 +201,14 @@ void readPng(ByteSource& source, RowSink& sink, const Notice& notice)
     if (!readHeader(reader.png(), reader.info(), &header))
         fail(name, std::string("corrupt PNG: ") + errors.message);
     const int bits = header.bitDepth == 16 ? 16 : 8;
-    sink.begin(static_cast<long>(header.width), static_cast<long>(header.height), bits, Format::Png);
     if (!setTransforms(reader.png(), reader.info(), &header))
         fail(name, std::string("corrupt PNG: ") + errors.message);
+    if (header.channels < 1 || header.channels > 4)
+        fail(name, "unsupported PNG layout");
+    sink.begin(static_cast<long>(header.width), static_cast<long>(header.height), bits, header.channels,
+               Format::Png);
     const std::size_t rowBytes = png_get_rowbytes(reader.png(), reader.info());
-    if (rowBytes != header.width * static_cast<std::size_t>(bits / 8))
+    if (rowBytes != header.width * static_cast<std::size_t>(bits / 8) * header.channels)
         fail(name, "unsupported PNG layout");
     const long width = static_cast<long>(header.width);
 
@@ -210,10 +218,7 @@ void readPng(ByteSource& source, RowSink& sink, const Notice& notice)
         for (long y = 0; y < sink.endRow(); ++y) {
             if (!readRow(reader.png(), row.data()))
                 fail(name, std::string("corrupt PNG: ") + errors.message);
-            if (bits == 8)
-                deliver<unsigned char>(sink, y, width, row.data());
-            else
-                deliver<unsigned short>(sink, y, width, row.data());
+            deliver(sink, bits, y, width, row.data());
         }
     } else {
         // Interlaced images need every pass in memory: only whole images
@@ -229,41 +234,50 @@ void readPng(ByteSource& source, RowSink& sink, const Notice& notice)
         if (!readAllRows(reader.png(), rows.data()))
             fail(name, std::string("corrupt PNG: ") + errors.message);
         for (long y = sink.firstRow(); y < sink.endRow(); ++y) {
-            if (bits == 8)
-                deliver<unsigned char>(sink, y, width, rows[y]);
-            else
-                deliver<unsigned short>(sink, y, width, rows[y]);
+            deliver(sink, bits, y, width, rows[y]);
         }
     }
     // A whole image is checked to its end (a cut file fails here); a region
     // read stops after its last row.
     if (sink.endRow() == static_cast<long>(header.height) && !readEnd(reader.png(), reader.info()))
         fail(name, std::string("corrupt PNG: ") + errors.message);
-    if (header.converted && notice)
-        notice(name + ": colour image converted to grey");
 }
 
-std::vector<unsigned char> encodePng(const std::string& path, const GreyImage& image)
-{
-    const long w = image.width(), h = image.height();
-    std::vector<png_bytep> rows(h);
-    for (long y = 0; y < h; ++y) {
-        // libpng only reads the rows.
-        if (image.bits == 8)
-            rows[y] = const_cast<png_bytep>(&image.pixels8(0, y));
-        else
-            rows[y] = reinterpret_cast<png_bytep>(const_cast<unsigned short*>(&image.pixels16(0, y)));
+namespace {
+
+class PngEncoder : public Encoder {
+public:
+    PngEncoder(ByteSink& sink, const ImageInfo& info) : sink_(sink), errors_{}, writer_(&errors_)
+    {
+        if (!writer_.png() || !writer_.info())
+            fail(sink.name(), "out of memory");
+        if (!startWriting(writer_.png(), writer_.info(), &sink_, &info))
+            failed();
     }
-    std::vector<unsigned char> bytes;
-    WriteTarget target{&bytes, false};
-    ErrorSink errors{};
-    WriteStruct writer(&errors);
-    const bool ok = writer.png() && writer.info() &&
-                    writeAll(writer.png(), writer.info(), &target, static_cast<png_uint_32>(w),
-                             static_cast<png_uint_32>(h), image.bits, rows.data());
-    if (!ok)
-        fail(path, std::string("PNG encoding failed: ") + errors.message);
-    return bytes;
+    void row(const void* samples) override
+    {
+        if (!writeRow(writer_.png(), static_cast<png_const_bytep>(samples)))
+            failed();
+    }
+    void finish() override
+    {
+        if (!endWriting(writer_.png(), writer_.info()))
+            failed();
+    }
+
+private:
+    [[noreturn]] void failed() { fail(sink_.name(), std::string("PNG encoding failed: ") + errors_.message); }
+
+    ByteSink& sink_;
+    ErrorSink errors_;
+    WriteStruct writer_;
+};
+
+}  // namespace
+
+std::unique_ptr<Encoder> pngEncoder(ByteSink& sink, const ImageInfo& info)
+{
+    return std::make_unique<PngEncoder>(sink, info);
 }
 
 }  // namespace detail

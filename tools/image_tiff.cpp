@@ -1,7 +1,8 @@
-// TIFF reading and writing through libtiff, over our own byte sources (no
-// file handles of libtiff's own). Reads 8- and 16-bit unsigned images in
-// strips or tiles, one or more samples per pixel (colour converted to grey,
-// extra samples such as alpha dropped); writes 8- and 16-bit grey in strips.
+// TIFF reading and writing through libtiff, over our own byte sources and
+// sinks (no file handles of libtiff's own). Reads 8- and 16-bit unsigned
+// images in strips or tiles: grey or RGB, each with or without alpha (other
+// extra samples dropped). Writes the same in strips, row by row, as BigTIFF
+// when the pixels alone come near 4 GiB.
 //
 // libtiff reports errors through the handlers given at open time; their text
 // becomes the ImageError's message. Warnings are ignored.
@@ -109,51 +110,32 @@ toff_t sourceSize(thandle_t h) { return static_cast<ByteSource*>(h)->size(); }
 int noMap(thandle_t, tdata_t*, toff_t*) { return 0; }
 void noUnmap(thandle_t, tdata_t, toff_t) {}
 
-// ---- writing: into a growing vector
+// ---- writing: libtiff's client procedures over a ByteSink
 
-struct MemoryFile {
-    std::vector<unsigned char> bytes;
-    std::uint64_t position = 0;
-};
-
-tsize_t memoryRead(thandle_t h, tdata_t data, tsize_t size)
+tsize_t sinkRead(thandle_t h, tdata_t data, tsize_t size)
 {
-    auto* file = static_cast<MemoryFile*>(h);
-    if (file->position >= file->bytes.size())
-        return 0;
-    const std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(size), file->bytes.size() - file->position);
-    std::memcpy(data, file->bytes.data() + file->position, count);
-    file->position += count;
-    return static_cast<tsize_t>(count);
+    return static_cast<tsize_t>(static_cast<ByteSink*>(h)->read(data, static_cast<std::size_t>(size)));
 }
 
-tsize_t memoryWrite(thandle_t h, tdata_t data, tsize_t size)
+tsize_t sinkWrite(thandle_t h, tdata_t data, tsize_t size)
 {
-    auto* file = static_cast<MemoryFile*>(h);
-    try {
-        const std::size_t end = static_cast<std::size_t>(file->position) + static_cast<std::size_t>(size);
-        if (end > file->bytes.size())
-            file->bytes.resize(end);
-        std::memcpy(file->bytes.data() + file->position, data, static_cast<std::size_t>(size));
-        file->position = end;
-        return size;
-    } catch (...) {
-        return -1;
-    }
+    return static_cast<ByteSink*>(h)->write(data, static_cast<std::size_t>(size)) ? size : -1;
 }
 
-toff_t memorySeek(thandle_t h, toff_t offset, int whence)
+toff_t sinkSeek(thandle_t h, toff_t offset, int whence)
 {
-    auto* file = static_cast<MemoryFile*>(h);
+    auto* sink = static_cast<ByteSink*>(h);
+    std::uint64_t to = offset;
     if (whence == SEEK_CUR)
-        offset += file->position;
+        to = sink->tell() + offset;
     else if (whence == SEEK_END)
-        offset += file->bytes.size();
-    file->position = offset;
-    return offset;
+        to = sink->size() + offset;
+    if (!sink->seek(to))
+        return static_cast<toff_t>(-1);
+    return to;
 }
 
-toff_t memorySize(thandle_t h) { return static_cast<MemoryFile*>(h)->bytes.size(); }
+toff_t sinkSize(thandle_t h) { return static_cast<ByteSink*>(h)->size(); }
 
 // A TIFF opened over client procedures, with what libtiff says about it:
 // fail() gives libtiff's first error, or else `what`, after `failure` and the
@@ -182,19 +164,22 @@ private:
     Handle handle_;
 };
 
-// One row of samples (8- or 16-bit) to grey.
+// Picks the samples kept of each pixel (grey or RGB, then alpha when the
+// file has it) and inverts a white-is-zero grey.
 template <typename S>
-void toGrey(const S* samples, long count, int perPixel, bool colour, bool inverted, S* grey)
+void pickSamples(const S* samples, long count, int perPixel, const std::vector<int>& kept, bool inverted, S* out)
 {
-    const unsigned top = sizeof(S) == 1 ? 255u : 65535u;
+    const int n = static_cast<int>(kept.size());
     for (long i = 0; i < count; ++i) {
         const S* p = samples + i * perPixel;
-        unsigned v = colour ? greyOf(p[0], p[1], p[2]) : p[0];
+        for (int c = 0; c < n; ++c)
+            out[i * n + c] = p[kept[static_cast<std::size_t>(c)]];
         if (inverted)
-            v = top - v;
-        grey[i] = static_cast<S>(v);
+            out[i * n] = static_cast<S>((sizeof(S) == 1 ? 255u : 65535u) - out[i * n]);
     }
 }
+
+bool isAlpha(uint16_t extra) { return extra == EXTRASAMPLE_ASSOCALPHA || extra == EXTRASAMPLE_UNASSALPHA; }
 
 }  // namespace
 
@@ -202,7 +187,7 @@ void toGrey(const S* samples, long count, int perPixel, bool colour, bool invert
 // is 32 MiB).
 constexpr std::uint64_t kMaxTileBytes = std::uint64_t(64) << 20;
 
-void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
+void readTiff(ByteSource& source, RowSink& sink)
 {
     const std::string& name = source.name();
     Session tiff(name, "rm", "corrupt TIFF: ", &source, sourceRead, sourceWrite, sourceSeek, sourceSize);
@@ -235,19 +220,30 @@ void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
     if (samplesPerPixel < 1 || samplesPerPixel > 16 || (planar != PLANARCONFIG_CONTIG && samplesPerPixel > 1))
         fail(name, "unsupported TIFF sample layout (interleaved samples only)");
     const bool inverted = photometric == PHOTOMETRIC_MINISWHITE;
+    // The samples kept: grey or red, green, blue; then the first extra
+    // sample when it is alpha.
+    std::vector<int> kept = colour ? std::vector<int>{0, 1, 2} : std::vector<int>{0};
+    uint16_t extraCount = 0;
+    uint16_t* extras = nullptr;
+    if (TIFFGetField(t, TIFFTAG_EXTRASAMPLES, &extraCount, &extras) && extraCount > 0 && extras &&
+        static_cast<int>(kept.size()) < samplesPerPixel && isAlpha(extras[0]))
+        kept.push_back(static_cast<int>(kept.size()));
+    const int channels = static_cast<int>(kept.size());
     const int bits = bitsPerSample;
-    sink.begin(static_cast<long>(width), static_cast<long>(height), bits, Format::Tiff);
+    sink.begin(static_cast<long>(width), static_cast<long>(height), bits, channels, Format::Tiff);
 
     const long w = static_cast<long>(width);
     const int bytes = bits / 8;
-    auto deliver = [&](long y, long x, long count, const unsigned char* samples, std::vector<unsigned char>& grey) {
+    std::vector<unsigned char> picked(static_cast<std::size_t>(w) * channels * bytes);
+    auto deliver = [&](long y, long x, long count, const unsigned char* samples) {
         if (bits == 8) {
-            toGrey(samples, count, samplesPerPixel, colour, inverted, grey.data());
-            sink.put(y, x, count, grey.data());
+            pickSamples(samples, count, samplesPerPixel, kept, inverted, picked.data());
+            sink.put(y, x, count, picked.data());
         } else {
-            auto* grey16 = reinterpret_cast<unsigned short*>(grey.data());
-            toGrey(reinterpret_cast<const unsigned short*>(samples), count, samplesPerPixel, colour, inverted, grey16);
-            sink.put(y, x, count, grey16);
+            auto* picked16 = reinterpret_cast<unsigned short*>(picked.data());
+            pickSamples(reinterpret_cast<const unsigned short*>(samples), count, samplesPerPixel, kept, inverted,
+                        picked16);
+            sink.put(y, x, count, picked16);
         }
     };
 
@@ -262,74 +258,116 @@ void readTiff(ByteSource& source, RowSink& sink, const Notice& notice)
         if (tileWidth == 0 || tileHeight == 0 || tileWidth > roundUp16(width) || tileHeight > roundUp16(height))
             corrupt("bad tile size");
         const tmsize_t tileBytes = TIFFTileSize(t);
-        const std::uint64_t expected = static_cast<std::uint64_t>(tileWidth) * tileHeight * samplesPerPixel * bytes;
+        const std::size_t pixelBytes = static_cast<std::size_t>(samplesPerPixel) * bytes;
+        const std::uint64_t expected = static_cast<std::uint64_t>(tileWidth) * tileHeight * pixelBytes;
         if (tileBytes <= 0 || static_cast<std::uint64_t>(tileBytes) < expected ||
             static_cast<std::uint64_t>(tileBytes) > kMaxTileBytes)
             corrupt("bad tile size");
         std::vector<unsigned char> tile(static_cast<std::size_t>(tileBytes));
-        std::vector<unsigned char> grey(static_cast<std::size_t>(tileWidth) * 2);
-        // Only the tiles that meet the region.
+        // One row of tiles, as whole rows of the columns wanted, so that rows
+        // leave in order.
         const long tx0 = sink.firstColumn() / tileWidth * tileWidth;
+        const long bandWidth = std::min<long>(w, (sink.endColumn() + tileWidth - 1) / tileWidth * tileWidth) - tx0;
+        if (static_cast<std::uint64_t>(bandWidth) * tileHeight * pixelBytes > 4 * kMaxTileBytes)
+            fail(name, "TIFF tiles too tall for an image this wide: a row of them would take more than 256 MiB");
+        std::vector<unsigned char> band(static_cast<std::size_t>(bandWidth) * tileHeight * pixelBytes);
         const long ty0 = sink.firstRow() / tileHeight * tileHeight;
-        for (long ty = ty0; ty < sink.endRow(); ty += tileHeight)
-            for (long tx = tx0; tx < sink.endColumn(); tx += tileWidth) {
+        for (long ty = ty0; ty < sink.endRow(); ty += tileHeight) {
+            const long rows = std::min<long>(tileHeight, sink.endRow() - ty);
+            for (long tx = tx0; tx < tx0 + bandWidth; tx += tileWidth) {
                 if (TIFFReadTile(t, tile.data(), static_cast<uint32_t>(tx), static_cast<uint32_t>(ty), 0, 0) < 0)
                     corrupt("cannot read a tile");
                 const long count = std::min<long>(tileWidth, w - tx);
-                for (long row = 0; row < static_cast<long>(tileHeight) && ty + row < sink.endRow(); ++row)
-                    deliver(ty + row, tx, count,
-                            tile.data() + static_cast<std::size_t>(row) * tileWidth * samplesPerPixel * bytes, grey);
+                for (long row = 0; row < rows; ++row)
+                    std::memcpy(band.data() + (static_cast<std::size_t>(row) * bandWidth + (tx - tx0)) * pixelBytes,
+                                tile.data() + static_cast<std::size_t>(row) * tileWidth * pixelBytes,
+                                static_cast<std::size_t>(count) * pixelBytes);
             }
+            for (long row = 0; row < rows; ++row)
+                deliver(ty + row, tx0, bandWidth, band.data() + static_cast<std::size_t>(row) * bandWidth * pixelBytes);
+        }
     } else {
         const tmsize_t lineBytes = TIFFScanlineSize(t);
         if (lineBytes <= 0 || static_cast<std::uint64_t>(lineBytes) <
                                   static_cast<std::uint64_t>(w) * samplesPerPixel * bytes)
             corrupt("bad row size");
         std::vector<unsigned char> line(static_cast<std::size_t>(lineBytes));
-        std::vector<unsigned char> grey(static_cast<std::size_t>(w) * 2);
         for (long y = 0; y < sink.endRow(); ++y) {
             if (TIFFReadScanline(t, line.data(), static_cast<uint32_t>(y), 0) < 0)
                 corrupt("cannot read a row");
             if (y >= sink.firstRow())
-                deliver(y, 0, w, line.data(), grey);
+                deliver(y, 0, w, line.data());
         }
     }
-    if (samplesPerPixel > 1 && notice)
-        notice(name + ": " + std::to_string(samplesPerPixel) + " samples per pixel converted to grey");
 }
 
-std::vector<unsigned char> encodeTiff(const std::string& path, const GreyImage& image)
-{
-    MemoryFile file;
-    Session tiff(path, "w", "TIFF encoding failed: ", &file, memoryRead, memoryWrite, memorySeek, memorySize);
-    auto failed = [&](const char* what) { tiff.fail(what); };
-    if (!tiff.get())
-        failed("cannot start");
-    TIFF* t = tiff.get();
-    const long w = image.width(), h = image.height();
-    const int bytes = image.bits / 8;
-    const uint32_t rowsPerStrip = static_cast<uint32_t>(std::max<long>(1, 65536 / (w * bytes)));
-    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(w));
-    TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(h));
-    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, static_cast<uint16_t>(image.bits));
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, static_cast<uint16_t>(1));
-    TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, static_cast<uint16_t>(SAMPLEFORMAT_UINT));
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, static_cast<uint16_t>(PHOTOMETRIC_MINISBLACK));
-    TIFFSetField(t, TIFFTAG_PLANARCONFIG, static_cast<uint16_t>(PLANARCONFIG_CONTIG));
-    TIFFSetField(t, TIFFTAG_COMPRESSION, static_cast<uint16_t>(COMPRESSION_ADOBE_DEFLATE));
-    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
-    std::vector<unsigned char> row(static_cast<std::size_t>(w) * bytes);
-    for (long y = 0; y < h; ++y) {
-        if (image.bits == 8)
-            std::memcpy(row.data(), &image.pixels8(0, y), row.size());
-        else
-            std::memcpy(row.data(), &image.pixels16(0, y), row.size());
-        if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
-            failed("cannot write a row");
+namespace {
+
+// Pixels beyond this many bytes are written as BigTIFF: classic TIFF's
+// offsets end at 4 GiB, and compression is not counted on.
+constexpr std::uint64_t kBigTiffFrom = (std::uint64_t(1) << 32) - (std::uint64_t(64) << 20);
+
+class TiffEncoder : public Encoder {
+public:
+    TiffEncoder(ByteSink& sink, const ImageInfo& info)
+        : info_(info),
+          tiff_(sink.name(), bigTiff(info) ? "w8" : "w", "TIFF encoding failed: ", &sink, sinkRead, sinkWrite,
+                sinkSeek, sinkSize)
+    {
+        if (!tiff_.get())
+            tiff_.fail("cannot start");
+        TIFF* t = tiff_.get();
+        const std::size_t rowBytes = static_cast<std::size_t>(info.width) * info.channels * (info.bits / 8);
+        const bool colour = info.channels >= 3;
+        const uint32_t rowsPerStrip = static_cast<uint32_t>(std::max<std::size_t>(1, 65536 / rowBytes));
+        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(info.width));
+        TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(info.height));
+        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, static_cast<uint16_t>(info.bits));
+        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, static_cast<uint16_t>(info.channels));
+        TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, static_cast<uint16_t>(SAMPLEFORMAT_UINT));
+        TIFFSetField(t, TIFFTAG_PHOTOMETRIC,
+                     static_cast<uint16_t>(colour ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
+        if (info.channels == 2 || info.channels == 4) {
+            uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
+            TIFFSetField(t, TIFFTAG_EXTRASAMPLES, static_cast<uint16_t>(1), &alpha);
+        }
+        TIFFSetField(t, TIFFTAG_PLANARCONFIG, static_cast<uint16_t>(PLANARCONFIG_CONTIG));
+        TIFFSetField(t, TIFFTAG_COMPRESSION, static_cast<uint16_t>(COMPRESSION_ADOBE_DEFLATE));
+        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
+        row_.resize(rowBytes);
     }
-    if (!tiff.close())
-        failed("cannot finish the file");
-    return std::move(file.bytes);
+
+    void row(const void* samples) override
+    {
+        // libtiff may change the row it is given (byte swapping): a copy.
+        std::memcpy(row_.data(), samples, row_.size());
+        if (TIFFWriteScanline(tiff_.get(), row_.data(), static_cast<uint32_t>(y_++), 0) < 0)
+            tiff_.fail("cannot write a row");
+    }
+
+    void finish() override
+    {
+        if (!tiff_.close())
+            tiff_.fail("cannot finish the file");
+    }
+
+private:
+    static bool bigTiff(const ImageInfo& info)
+    {
+        return static_cast<std::uint64_t>(info.width) * info.height * info.channels * (info.bits / 8) >= kBigTiffFrom;
+    }
+
+    ImageInfo info_;
+    Session tiff_;
+    std::vector<unsigned char> row_;
+    long y_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Encoder> tiffEncoder(ByteSink& sink, const ImageInfo& info)
+{
+    return std::make_unique<TiffEncoder>(sink, info);
 }
 
 }  // namespace detail

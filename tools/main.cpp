@@ -43,9 +43,11 @@ std::string mainHelp()
         text += "  " + name + std::string(14 - name.size(), ' ') + command.summary + "\n";
     }
     text += "\n"
-            "Images are 8- or 16-bit grey PGM (binary or ASCII), PNG or TIFF; colour is\n"
-            "converted to grey. The library transforms at most 2048 pixels in a side;\n"
-            "--region X,Y,W,H works on a part of an image up to 65535 in a side.\n"
+            "Images are 8- or 16-bit PGM (binary or ASCII), PNG or TIFF, or 8-bit JPEG.\n"
+            "filter keeps colour (--color); the other commands work on the luminance.\n"
+            "Images may have up to 65535 pixels in a side. filter, spectrum, peaks and\n"
+            "register also take images larger than one transform (2048 in a side);\n"
+            "roundtrip needs --region X,Y,W,H for them.\n"
             "Frequencies are in cycles per pixel; angles in degrees, 0 along +x, 90\n"
             "along +y (downwards), so positive angles turn clockwise on the screen.\n"
             "'kxfreq COMMAND --help' tells more.\n"

@@ -1,5 +1,6 @@
 // The spectrum and roundtrip commands.
 #include "commands.h"
+#include "large_images.h"
 #include "spectrum_picture.h"
 #include "windowing.h"
 
@@ -24,7 +25,9 @@ const CommandTable kSpectrumCommand{
     "is asked for. Without a window the image is padded: mirror (the default)\n"
     "avoids the cross that zero padding draws for a non-power-of-two image, but\n"
     "an oblique pattern's reflection then shows as a weaker pair of peaks at the\n"
-    "mirrored angle; --pad zero shows only the image's own frequencies.",
+    "mirrored angle; --pad zero shows only the image's own frequencies. An image\n"
+    "larger than 2048 pixels in a side gives the averaged magnitude spectrum of\n"
+    "its overlapping, windowed 1024 x 1024 tiles.",
     {
         {"--out", "-o", "OUT", "the picture to write (.png, .tif or .pgm; .png or\n.ppm with a colour map)"},
         {"--part", nullptr, "PART", "magnitude (default), phase, real or imaginary"},
@@ -164,11 +167,19 @@ int runSpectrum(const std::vector<std::string>& args)
     const kxio::Region region = regionOption(options);
 
     kxFrequencyBuffer spectrum;
-    const kxio::GreyImage image = readInput(in, region);
-    if (window.type == kxWindow::eNone)
-        forward(image, padding, spectrum);
-    else
-        forwardWindowed(image, window, spectrum);
+    if (!fitsOneTransform(in, region)) {
+        if (part != "magnitude")
+            throw CommandError(in + ": an image larger than " + std::to_string(kfMaxTransformSide) +
+                               " in a side has an averaged magnitude spectrum only; use --region X,Y,W,H for " +
+                               "the other parts");
+        spectrum = welchSpectrumOf(in, window);
+    } else {
+        const kxio::GreyImage image = readInput(in, region);
+        if (window.type == kxWindow::eNone)
+            forward(image, padding, spectrum);
+        else
+            forwardWindowed(image, window, spectrum);
+    }
     kxPelBuffer<unsigned char> picture;
     if (map == "auto") {
         picture = autoContrastLogPicture(spectrum.getMagnitudeImage(centered));

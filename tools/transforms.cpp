@@ -108,13 +108,30 @@ void printLine(std::ostream& stream, const std::string& line)
     stream << line << "\n" << std::flush;
 }
 
-kxio::GreyImage readInput(const std::string& path, const kxio::Region& region)
+namespace {
+
+kxio::ReadLimits transformLimits()
 {
     kxio::ReadLimits limits;
     limits.maxSide = kxio::kTransformMaxSide;
     limits.hint = "; use --region X,Y,W,H to work on a part of it";
-    return kxio::readImage(path, region, limits,
-                           [](const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); });
+    return limits;
+}
+
+}  // namespace
+
+void printNote(const std::string& notice) { printLine(std::cerr, "kxfreq: note: " + notice); }
+
+kxio::GreyImage readInput(const std::string& path, const kxio::Region& region)
+{
+    return kxio::readImage(path, region, transformLimits(), printNote);
+}
+
+kxio::Image readInputChannels(const std::string& path, const kxio::Region& region, kxio::Channels channels)
+{
+    if (channels == kxio::Channels::Grey)
+        return kxio::fromGrey(readInput(path, region));
+    return kxio::readChannels(path, region, transformLimits(), printNote);
 }
 
 namespace {
@@ -153,6 +170,14 @@ void forwardMirrored(const kxPelBuffer<T>& image, kxFrequencyBuffer& spectrum)
 }
 
 }  // namespace
+
+void forward(const kxPelBuffer<double>& image, Padding padding, kxFrequencyBuffer& spectrum)
+{
+    if (padding == Padding::Mirror)
+        forwardMirrored(image, spectrum);
+    else
+        kfForwardFFT<double>(image, spectrum);
+}
 
 void forward(const kxio::GreyImage& image, Padding padding, kxFrequencyBuffer& spectrum)
 {

@@ -248,4 +248,34 @@ void kxFrequencyBuffer::putImaginary(long x, long y, double value, bool centered
     data_[elementIndex(x, y, centered) + 1] = static_cast<float>(value);
 }
 
+// Both element views, from the one store; data_ is a float* whichever view
+// asks for it.
+template <typename Float>
+kxFrequencyBuffer::ElementView<Float> kxFrequencyBuffer::elementView() const
+{
+    ElementView<Float> v;
+    if (!data_)
+        return v;
+    v.data = data_;
+    v.width = paddedWidth_;
+    v.height = paddedHeight_;
+    v.rowStride = 2 * paddedWidth_;
+    v.requestedWidth = requestedWidth_;
+    v.requestedHeight = requestedHeight_;
+    v.inverseComputed = inverseComputed_;
+    v.masked = masked_ != 0;
+    if (v.masked) {
+        v.bandFirst = maskedMiny_;
+        v.bandLast = maskedMaxy_;
+    }
+    return v;
+}
+
+kxFrequencyBuffer::ElementView<float> kxFrequencyBuffer::elements() { return elementView<float>(); }
+
+kxFrequencyBuffer::ElementView<const float> kxFrequencyBuffer::elements() const
+{
+    return elementView<const float>();
+}
+
 long kfPaddedSize(long side) { return kf_PaddedSize(side); }

@@ -1,11 +1,14 @@
 """Type stubs of kxfreq: frequency-domain image processing on numpy arrays."""
-from typing import Any, Dict, List, Optional, Tuple
+from typing import Any, Dict, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy
 import numpy.typing
 
-Image = numpy.ndarray  # 2-D, dtype uint8, uint16 or float64
-DTypeLike = numpy.typing.DTypeLike
+# An image: a 2-D array of a real dtype, or anything numpy.asarray turns into one.
+_Image = numpy.typing.ArrayLike
+_DTypeLike = numpy.typing.DTypeLike
+# One number for both directions, or (along, across).
+_Pair = Union[float, Tuple[float, float]]
 
 __version__: str
 
@@ -38,8 +41,12 @@ class ArchiveError(Error):
 class Spectrum:
     """A complex spectrum on a padded power-of-two grid (single precision)."""
 
-    def __init__(self, width: int = ..., height: int = ...) -> None:
-        """Spectrum(): no data; Spectrum(width, height): zeros, padded from that requested size."""
+    @overload
+    def __init__(self) -> None:
+        """Spectrum(): no data."""
+    @overload
+    def __init__(self, width: int, height: int) -> None:
+        """Spectrum(width, height): zeros, padded from that requested size."""
     @property
     def width(self) -> int:
         """Padded width (a power of two)."""
@@ -64,7 +71,7 @@ class Spectrum:
     @property
     def array(self) -> numpy.ndarray:
         """Writable complex64 view (height, width) on the store, no copy; keeps the spectrum alive."""
-    def __array__(self, dtype: Optional[DTypeLike] = ..., copy: Optional[bool] = ...) -> numpy.ndarray: ...
+    def __array__(self, dtype: Optional[_DTypeLike] = ..., copy: Optional[bool] = ...) -> numpy.ndarray: ...
     def get(self, x: int, y: int, centered: bool = ...) -> complex:
         """Element (x, y); centred: signed frequencies, -(width/2) <= x < (width+1)/2."""
     def put(self, x: int, y: int, value: complex, centered: bool = ...) -> None:
@@ -88,19 +95,22 @@ class Spectrum:
     def __copy__(self) -> "Spectrum": ...
     def __deepcopy__(self, memo: Any) -> "Spectrum": ...
 
-def forward(image: Image, imag: Optional[Image] = ...) -> Spectrum:
-    """Unscaled 2-D FFT of a uint8, uint16 or float64 image (any strides), zero-padded to powers of two."""
+def forward(image: _Image, imag: Optional[_Image] = ...) -> Spectrum:
+    """Unscaled 2-D FFT of a 2-D image (any strides), zero-padded to powers of two.
 
-def inverse(spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...) -> numpy.ndarray:
+    uint8, uint16 and float64 are transformed as they are, bool as uint8 0 and 1, float16, float32 and
+    integers as float64, exactly; 64-bit integers beyond 2**53 are refused."""
+
+def inverse(spectrum: Spectrum, dtype: _DTypeLike = ..., scale: bool = ..., in_place: bool = ...) -> numpy.ndarray:
     """Magnitude of the inverse / (width x height), requested size, as uint8 (default), uint16 or float64."""
 
 def inverse_angle(
-    spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...
+    spectrum: Spectrum, dtype: _DTypeLike = ..., scale: bool = ..., in_place: bool = ...
 ) -> Tuple[numpy.ndarray, numpy.ndarray]:
     """(image, angle): as inverse(), and each pixel's phase angle in radians (float64)."""
 
 def inverse_quadrant(
-    spectrum: Spectrum, dtype: DTypeLike = ..., scale: bool = ..., in_place: bool = ...
+    spectrum: Spectrum, dtype: _DTypeLike = ..., scale: bool = ..., in_place: bool = ...
 ) -> Tuple[numpy.ndarray, numpy.ndarray]:
     """(image, quadrant): as inverse(), and a uint8 code (1: real part negative, +2: imaginary part negative)."""
 
@@ -119,19 +129,64 @@ def subtract(a: Spectrum, b: Spectrum, out: Optional[Spectrum] = ...) -> Spectru
 def conjugate(a: Spectrum, out: Optional[Spectrum] = ...) -> Spectrum:
     """Complex conjugate of a, into out (may be a) or a new spectrum."""
 
-def map_image(array: numpy.ndarray, mapping: str = ..., low: float = ..., high: float = ...) -> numpy.ndarray:
-    """float64 2-D array to a uint8 image: "clip", "linear", "range" (low..high), "log" or "phase"."""
+def map_image(array: _Image, mapping: str = ..., low: float = ..., high: float = ...) -> numpy.ndarray:
+    """A real 2-D array's float64 values to a uint8 image: "clip", "linear", "range" (low..high), "log" or "phase"."""
 
 def phase_correlate(
-    reference: Image, moving: Image, window: str = ..., taper: float = ..., remove_mean: bool = ...
+    reference: _Image, moving: _Image, window: str = ..., taper: float = ..., remove_mean: bool = ...
 ) -> Tuple[float, float, float]:
     """(dx, dy, confidence) with moving(x + dx, y + dy) = reference(x, y); window "hann", "tukey" or "none"."""
 
-def find_peaks(spectrum: Spectrum, max_peaks: int = ...) -> List[Dict[str, Any]]:
-    """Periodic components of a spectrum, strongest first: fx, fy, frequency, period, angle, strength, sigma, harmonics."""
+def find_peaks(spectrum: Union[Spectrum, _Image], max_peaks: int = ...) -> List[Dict[str, Any]]:
+    """Periodic components of a spectrum, or of an image of any size (on its Welch spectrum), strongest first:
+    fx, fy, frequency, period, angle, strength, sigma, harmonics."""
 
-def remove_texture(image: Image, max_peaks: int = ...) -> numpy.ndarray:
-    """The image without its periodic texture (both lobes of every peak and its harmonics rejected)."""
+def remove_texture(
+    image: _Image, max_peaks: int = ..., *, tile: int = ..., margin: Optional[int] = ..., jobs: int = ...
+) -> numpy.ndarray:
+    """The image without its periodic texture (both lobes of every peak and its harmonics rejected); beyond
+    2048 x 2048 found on the Welch spectrum and removed in tiles."""
+
+# Images of any size: filtered in overlapping tiles with mirrored borders; 2-D, or 3-D with channels.
+def band_reject(
+    image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
+    margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
+    channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image with a ring of radial frequencies suppressed; the image's shape and dtype unless dtype is given."""
+
+def band_pass(
+    image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
+    margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
+    channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image's ring of radial frequencies alone (output "real", "signed" or "magnitude")."""
+
+def gabor(
+    image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image's oriented band at `frequency` cycles per pixel in direction `angle`, doubled."""
+
+def gabor_reject(
+    image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image without the oriented pattern at `frequency` in direction `angle` (both lobes)."""
+
+def reject_components(
+    image: _Image, components: Sequence[Dict[str, Any]], *, width_scale: float = ..., min_sigma: float = ...,
+    tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+) -> numpy.ndarray:
+    """The image with the given periodic components (as find_peaks gives them) notched out, in tiles."""
+
+def welch_spectrum(
+    image: _Image, *, segment: int = ..., overlap: float = ..., window: str = ..., taper: float = ..., jobs: int = ...
+) -> Spectrum:
+    """The Welch-averaged spectrum (segment x segment, real parts the root of the averaged power) of any size."""
 
 
 class Filter:
@@ -178,12 +233,16 @@ class _GaborFilter(Filter):
 class Gabor(_GaborFilter):
     """Oriented one-sided Gaussian lobe at `frequency` cycles per pixel in direction `angle` (radians)."""
 
+    def __copy__(self) -> "Gabor": ...
+    def __deepcopy__(self, memo: Any) -> "Gabor": ...
     @staticmethod
     def from_bytes(data: bytes) -> "Gabor": ...
 
 class GaborReject(_GaborFilter):
     """The complement of Gabor: the lobe is suppressed, the rest passes."""
 
+    def __copy__(self) -> "GaborReject": ...
+    def __deepcopy__(self, memo: Any) -> "GaborReject": ...
     @staticmethod
     def from_bytes(data: bytes) -> "GaborReject": ...
 
@@ -207,12 +266,16 @@ class _RadialFilter(Filter):
 class BandPass(_RadialFilter):
     """Radial band-pass: a ring at `frequency` cycles per pixel with Gaussian flanks."""
 
+    def __copy__(self) -> "BandPass": ...
+    def __deepcopy__(self, memo: Any) -> "BandPass": ...
     @staticmethod
     def from_bytes(data: bytes) -> "BandPass": ...
 
 class BandReject(_RadialFilter):
     """The complement of BandPass: the ring is suppressed, the rest passes."""
 
+    def __copy__(self) -> "BandReject": ...
+    def __deepcopy__(self, memo: Any) -> "BandReject": ...
     @staticmethod
     def from_bytes(data: bytes) -> "BandReject": ...
 
@@ -226,5 +289,7 @@ class ImageFilter(Filter):
     def support_width(self) -> int: ...
     @property
     def support_height(self) -> int: ...
+    def __copy__(self) -> "ImageFilter": ...
+    def __deepcopy__(self, memo: Any) -> "ImageFilter": ...
     @staticmethod
     def from_bytes(data: bytes) -> "ImageFilter": ...

@@ -400,3 +400,88 @@ TEST(Buffer, CopiesOfALargeLoadedGridKeepIt)
     EXPECT_EQ(copy.get(4095, 0, false), kxPair<double>(8190, 8191));
     EXPECT_TRUE(copy == big);
 }
+
+// The public element view: the same floats get() and put() reach, and an
+// address that holds while the padded size does.
+TEST(BufferElements, ViewAddressesTheElementsGetAndPutReach)
+{
+    kxFrequencyBuffer b(5, 3);   // padded 8 x 4
+    fillIndexed(b);
+    const kxFrequencyBuffer::ElementView<float> v = b.elements();
+    ASSERT_NE(v.data, nullptr);
+    EXPECT_EQ(v.width, 8);
+    EXPECT_EQ(v.height, 4);
+    EXPECT_EQ(v.rowStride, 16);
+    EXPECT_EQ(v.requestedWidth, 5);
+    EXPECT_EQ(v.requestedHeight, 3);
+    EXPECT_FALSE(v.inverseComputed);
+    EXPECT_FALSE(v.masked);
+    for (long y = 0; y < v.height; ++y)
+        for (long x = 0; x < v.width; ++x) {
+            EXPECT_EQ(v.data[y * v.rowStride + 2 * x], 100.0f * y + x);
+            EXPECT_EQ(v.data[y * v.rowStride + 2 * x + 1], -(100.0f * y + x));
+        }
+    v.data[3 * v.rowStride + 2 * 7 + 1] = 0.25f;
+    EXPECT_EQ(b.getImaginary(7, 3, false), 0.25);
+
+    const kxFrequencyBuffer& constant = b;
+    const kxFrequencyBuffer::ElementView<const float> c = constant.elements();
+    EXPECT_EQ(c.data, v.data);
+    EXPECT_EQ(c.rowStride, v.rowStride);
+}
+
+TEST(BufferElements, ViewOfABufferWithoutDataIsEmpty)
+{
+    const kxFrequencyBuffer::ElementView<const float> fresh = static_cast<const kxFrequencyBuffer&>(kxFrequencyBuffer()).elements();
+    EXPECT_EQ(fresh.data, nullptr);
+    EXPECT_EQ(fresh.width, 0);
+    EXPECT_EQ(fresh.height, 0);
+    EXPECT_EQ(fresh.rowStride, 0);
+
+    kxFrequencyBuffer b(4, 4);
+    b = kxFrequencyBuffer();
+    EXPECT_EQ(b.elements().data, nullptr);
+}
+
+TEST(BufferElements, ViewReportsTheBandAndTheInverseFlag)
+{
+    kxFrequencyBuffer b(8, 8);
+    Access::band(b, 1, -2, 3);
+    kxFrequencyBuffer::ElementView<float> v = b.elements();
+    EXPECT_TRUE(v.masked);
+    EXPECT_EQ(v.bandFirst, -2);
+    EXPECT_EQ(v.bandLast, 3);
+
+    kxPelBuffer<double> image;
+    kfInverseFFT<double>(b, image, false, true);
+    v = b.elements();
+    EXPECT_TRUE(v.inverseComputed);
+    EXPECT_NE(v.data, nullptr);
+}
+
+TEST(BufferElements, AddressHoldsWhileThePaddedSizeDoes)
+{
+    kxFrequencyBuffer b(6, 6);   // padded 8 x 8
+    const float* address = b.elements().data;
+
+    kxPelBuffer<unsigned char> image(7, 5, 32);
+    for (long y = 0; y < image.height(); ++y)
+        for (long x = 0; x < image.width(); ++x)
+            image.pointToOffset()[y * image.rowUpdate() + x] = static_cast<unsigned char>(x * y);
+    kfForwardFFT<unsigned char>(image, b);
+    EXPECT_EQ(b.elements().data, address);
+    EXPECT_EQ(b.elements().requestedWidth, 7);
+
+    b = kxFrequencyBuffer(8, 8);
+    EXPECT_EQ(b.elements().data, address);
+
+    // A stopped transform leaves no data but keeps the store for the next one.
+    Access::reset(b);
+    EXPECT_EQ(b.elements().data, nullptr);
+    kfForwardFFT<unsigned char>(image, b);
+    EXPECT_EQ(b.elements().data, address);
+
+    kxPelBuffer<double> out;
+    kfInverseFFT<double>(b, out, false, true);
+    EXPECT_EQ(b.elements().data, address);
+}

@@ -22,6 +22,7 @@ set(allowed
   "^kf[A-Z][A-Za-z0-9]*(<|$)"
   "^kf_(ForwardFFT|InverseFFT|ComputeAngleImage|ComputeQuadrantImage)$"
   "^kf_(ApplyWindow|PhaseCorrelate|FindPeriodicComponents|RemovePeriodicTexture)$"
+  "^kf_(FilterTiled|WelchSpectrum|PhaseCorrelateLarge)$"
   "^operator\\|\\|$"
   "^std::"
   "^__odr_asan\\.")
@@ -53,7 +54,10 @@ foreach(public "kxFrequencyBuffer::kxFrequencyBuffer" "kxFrequencyDefs::BadCoord
                "kx_RadialFilter::frequency" "kxFrequencyFilterBandReject::dcProtectionRadius"
                "operator\\|\\|\\(kxArchive&, kxFrequencyBuffer&\\)"
                "kfWindowWeights" "kf_ApplyWindow" "kf_PhaseCorrelate" "kf_FindPeriodicComponents"
-               "kfPeriodicRejectFilter" "kf_RemovePeriodicTexture")
+               "kfPeriodicRejectFilter" "kf_RemovePeriodicTexture"
+               "kxFilterDescription::margin" "kxBandRejectDescription::makeFilter" "kxRowSource::read"
+               "kxRowSink::write" "kfFilterTiled" "kf_FilterTiled" "kfTileMargin" "kfWelchSpectrum"
+               "kf_WelchSpectrum")
   if(NOT listing MATCHES "${public}")
     message(FATAL_ERROR "public symbol ${public} is not exported")
   endif()

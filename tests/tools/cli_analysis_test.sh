@@ -174,7 +174,7 @@ import json, sys
 r = json.load(open(sys.argv[1]))
 first, second, third = r["inputs"]
 for i in r["inputs"]:
-    assert i["status"] == "ok" and i["filter"] == {"kind": "remove-texture", "max": 3}, i
+    assert i["status"] == "ok" and i["filter"] == {"kind": "remove-texture", "max": 3, "color": "per-channel"}, i
 (c,) = first["removed"]
 assert abs(c["frequency"] - 1 / 9) < 0.002 and abs(c["angle"] - 30) < 1, c
 (c,) = second["removed"]
@@ -203,7 +203,16 @@ expect_one_error "register taper nan" "--taper: expects a finite number, not 'na
 expect_one_error "register json value" "--json: takes no value" "$x" "$kx" register "$i8" "$i8" --json=out.json
 expect_one_error "register -o" "unknown option '-o'" "$x" "$kx" register "$i8" "$i8" -o "$x"
 expect_one_error "register region outside" "does not lie inside the 100 x 60 image" "$x" "$kx" register "$i8" "$i8" --region 90,0,20,20
-expect_one_error "register too large" "at most 2048 pixels in a side" "$x" "$kx" register "$w/big.pgm" "$w/big.pgm"
+# two views of a 2600 x 2300 scene, 17 pixels right and 9 down of each
+# other: registered on reduced copies, then refined at full resolution
+"$helper" scene "$w/large-scene.pgm" 2600 2300 8 5 || fail "large scene"
+"$helper" crop "$w/large-scene.pgm" 0 0 2560 2200 "$w/large-ref.pgm"
+"$helper" crop "$w/large-scene.pgm" 17 9 2560 2200 "$w/large-moving.pgm"
+expect_ok "register large" "$kx" register "$w/large-ref.pgm" "$w/large-moving.pgm"
+read -r ldx ldy lconf <<< "$(cat "$work/out.txt")"
+echo "register, 2560 x 2200 views: $ldx $ldy (confidence $lconf)"
+check "large views: shift -17, -9 within 0.1 ($ldx $ldy)" awk_true '(x + 17)^2 < 0.01 && (y + 9)^2 < 0.01' -v x="$ldx" -v y="$ldy"
+expect_one_error "register large of different sizes" "the images differ in size" "$x" "$kx" register "$w/large-ref.pgm" "$w/large-scene.pgm"
 printf 'P5\n10 10\n255\nabc' > "$w/trunc.pgm"
 expect_one_error "register truncated" "truncated PGM" "$x" "$kx" register "$i8" "$w/trunc.pgm"
 expect_one_error "peaks no input" "peaks takes exactly one input image" "$x" "$kx" peaks
@@ -212,7 +221,7 @@ expect_one_error "peaks max 0" "--max: expects a number from 1 to 100, not '0'" 
 expect_one_error "peaks max fraction" "--max: expects a whole number, not '2.5'" "$x" "$kx" peaks "$i8" --max 2.5
 expect_one_error "peaks too small" "kxfreq: error: Image or spectrum must be at least 8 x 8" "$x" "$kx" peaks "$i8" --region 0,0,7,7
 printf 'hello' > "$w/text.pgm"
-expect_one_error "peaks text" "not a PGM, PNG or TIFF" "$x" "$kx" peaks "$w/text.pgm"
+expect_one_error "peaks text" "not a PGM, PNG, TIFF or JPEG" "$x" "$kx" peaks "$w/text.pgm"
 for option in "--frequency 0.1" "--period 9" "--sigma 0.01" "--plateau 0.01" "--angle 30" "--dc-radius 1"; do
   expect_one_error "remove texture refuses $option" "${option%% *}: not used with --remove-texture" "$x" \
     "$kx" filter "$i8" -o "$x" --remove-texture $option

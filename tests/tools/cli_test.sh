@@ -68,7 +68,7 @@ expect_error "truncated pgm" "truncated PGM" "$work/x.pgm" "$kx" roundtrip "$wor
 printf 'P5\n10 x\n255\n' > "$work/corrupt.pgm"
 expect_error "corrupt pgm" "corrupt" "$work/x.pgm" "$kx" spectrum "$work/corrupt.pgm" -o "$work/x.pgm"
 printf 'hello' > "$work/text.pgm"
-expect_error "not an image" "not a PGM, PNG or TIFF" "$work/x.pgm" "$kx" roundtrip "$work/text.pgm" -o "$work/x.pgm"
+expect_error "not an image" "not a PGM, PNG, TIFF or JPEG" "$work/x.pgm" "$kx" roundtrip "$work/text.pgm" -o "$work/x.pgm"
 if [ $has_png = 1 ]; then
   size=$(wc -c < "$work/gray8.png")
   for cut in 8 30 100 $((size / 2)) $((size - 12)); do

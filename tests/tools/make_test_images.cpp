@@ -28,6 +28,18 @@
 //                                             plus uniform noise of +-NOISE
 //   make_test_images grating IN OUT ANGLE PERIOD AMPLITUDE
 //                                             IN with a square-wave grating added
+//   make_test_images colourise IN OUT KIND    a colour image made from a grey
+//                                             one: red IN, green IN mirrored
+//                                             (KIND plain), the same with an
+//                                             alpha ramp (alpha), or green
+//                                             0.8 IN + 20 (tint); blue IN
+//                                             inverted
+//   make_test_images channel IN C OUT         channel C of IN as a grey image
+//   make_test_images grey IN OUT              IN read as grey (luminance)
+//   make_test_images strip OUT W H            a large 8-bit image with oblique
+//                                             stripes, written row by row
+//   make_test_images diff A B                 largest difference and the number
+//                                             of pixels that differ
 #include "image_io.h"
 
 #include <kx/fft.h>
@@ -212,7 +224,7 @@ int crop(const std::string& in, long x, long y, long w, long h, const std::strin
 {
     Region region;
     region.x = x, region.y = y, region.width = w, region.height = h;
-    writeImage(out, readImage(in, region, ReadLimits{}));
+    writeImage(out, readImage(in, region, ReadLimits{kMaxSide, ""}));
     return 0;
 }
 
@@ -507,6 +519,89 @@ int makeTiffs(const std::string&) { return 3; }
 
 }  // namespace
 
+namespace {
+
+int colourise(const std::string& in, const std::string& out, const std::string& kind)
+{
+    const bool alpha = kind == "alpha", tint = kind == "tint";
+    const GreyImage grey = readImage(in, Region{}, ReadLimits{kMaxSide, ""}, [](const std::string&) {});
+    const long w = grey.width(), h = grey.height();
+    const double top = grey.bits == 8 ? 255 : 65535;
+    Image image;
+    image.planes.push_back(grey);
+    image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long y) {
+        return tint ? 0.8 * pel(grey, x, y) + 20 : pel(grey, w - 1 - x, y);
+    }));
+    image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long y) { return top - pel(grey, x, y); }));
+    if (alpha)
+        image.planes.push_back(roundedImage(grey.bits, w, h, [&](long x, long) { return top * x / (w - 1); }));
+    writeImage(out, image, formatFor(out));
+    return 0;
+}
+
+int channel(const std::string& in, int c, const std::string& out)
+{
+    const Image image = readChannels(in, Region{}, ReadLimits{kMaxSide, ""});
+    if (c < 0 || c >= image.channels())
+        throw ImageError(in + ": has no channel " + std::to_string(c));
+    writeImage(out, image.planes[static_cast<std::size_t>(c)]);
+    return 0;
+}
+
+int strip(const std::string& out, long w, long h)
+{
+    // Separable tables: the stripes' cosine as cos(a + b) = cos a cos b - sin a sin b.
+    const double kx = 2 * kPi * std::cos(kPi / 6) / 9, ky = 2 * kPi * std::sin(kPi / 6) / 9;
+    std::vector<double> sx(static_cast<std::size_t>(w)), cx(sx.size()), scene(sx.size());
+    for (long x = 0; x < w; ++x) {
+        cx[static_cast<std::size_t>(x)] = std::cos(kx * x);
+        sx[static_cast<std::size_t>(x)] = std::sin(kx * x);
+        scene[static_cast<std::size_t>(x)] = 50 * std::sin(x * 0.013);
+    }
+    ImageWriter writer(out, formatFor(out), ImageInfo{w, h, 8, formatFor(out), 1});
+    std::vector<unsigned char> row(static_cast<std::size_t>(w));
+    for (long y = 0; y < h; ++y) {
+        const double cy = std::cos(ky * y), sy = std::sin(ky * y), vary = std::cos(y * 0.007);
+        for (long x = 0; x < w; ++x) {
+            const std::size_t i = static_cast<std::size_t>(x);
+            const unsigned long hash =
+                (static_cast<unsigned long>(x) * 73856093UL) ^ (static_cast<unsigned long>(y) * 19349663UL);
+            const double noise = static_cast<double>((hash >> 7) % 9);   // no period of its own
+            const double v = 110 + scene[i] * vary + noise + 15 * (cx[i] * cy - sx[i] * sy);
+            row[i] = static_cast<unsigned char>(std::lround(v));
+        }
+        writer.row(row.data());
+    }
+    writer.commit();
+    return 0;
+}
+
+int diff(const std::string& a, const std::string& b)
+{
+    ReadLimits limits{kMaxSide, ""};
+    const GreyImage x = readImage(a, Region{}, limits), y = readImage(b, Region{}, limits);
+    if (x.width() != y.width() || x.height() != y.height())
+        throw ImageError("the images differ in size");
+    double largest = 0;
+    long count = 0;
+    for (long j = 0; j < x.height(); ++j)
+        for (long i = 0; i < x.width(); ++i) {
+            const double d = std::fabs(pel(x, i, j) - pel(y, i, j));
+            largest = std::max(largest, d);
+            count += d > 0;
+        }
+    std::cout << "largest " << largest << " differing " << count << "\n";
+    return 0;
+}
+
+int grey(const std::string& in, const std::string& out)
+{
+    writeImage(out, readImage(in, Region{}, ReadLimits{kMaxSide, ""}, [](const std::string&) {}));
+    return 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
     const std::vector<std::string> a(argv + 1, argv + argc);
@@ -542,6 +637,16 @@ int main(int argc, char** argv)
         if (a.size() == 7 && a[0] == "vary")
             return vary(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()),
                         std::strtoul(a[6].c_str(), nullptr, 10));
+        if (a.size() == 4 && a[0] == "colourise")
+            return colourise(a[1], a[2], a[3]);
+        if (a.size() == 4 && a[0] == "channel")
+            return channel(a[1], std::atoi(a[2].c_str()), a[3]);
+        if (a.size() == 4 && a[0] == "strip")
+            return strip(a[1], std::atol(a[2].c_str()), std::atol(a[3].c_str()));
+        if (a.size() == 3 && a[0] == "diff")
+            return diff(a[1], a[2]);
+        if (a.size() == 3 && a[0] == "grey")
+            return grey(a[1], a[2]);
         if (a.size() == 6 && a[0] == "grating")
             return grating(a[1], a[2], std::atof(a[3].c_str()), std::atof(a[4].c_str()), std::atof(a[5].c_str()));
     } catch (const std::exception& e) {

@@ -1,7 +1,10 @@
+#include "image_detail.h"
 #include "image_io.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -308,3 +311,326 @@ TEST(ImageIO, ColourPngIsConvertedToGreyWithANotice)
     std::remove(path.c_str());
 }
 #endif
+
+// ---------------------------------------------------------------- channels, streaming, JPEG
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// A w x h image of `channels` planes whose samples differ from plane to plane.
+Image sampleChannels(int channels, int bits, long w = 9, long h = 6)
+{
+    Image image;
+    for (int c = 0; c < channels; ++c)
+        image.planes.push_back(roundedImage(bits, w, h, [&](long x, long y) {
+            const double v = (x * 27 + y * 41 + c * 70) % 256;
+            return bits == 8 ? v : v * 257 + c;
+        }));
+    return image;
+}
+
+void expectSameImage(const Image& a, const Image& b)
+{
+    ASSERT_EQ(a.channels(), b.channels());
+    for (int c = 0; c < a.channels(); ++c)
+        expectSame(a.planes[static_cast<std::size_t>(c)], b.planes[static_cast<std::size_t>(c)]);
+}
+
+double sampleAt(const Image& image, int c, long x, long y)
+{
+    const GreyImage& p = image.planes[static_cast<std::size_t>(c)];
+    return p.bits == 8 ? p.pixels8(x, y) : p.pixels16(x, y);
+}
+
+// Collects streamed rows into an image.
+class Collect : public RowTarget {
+public:
+    void start(const ImageInfo& info) override
+    {
+        info_ = info;
+        rows_.clear();
+    }
+    void row(long y, const void* samples) override
+    {
+        EXPECT_EQ(y, static_cast<long>(rows_.size()));   // in order, once each
+        const std::size_t n = static_cast<std::size_t>(info_.width) * info_.channels;
+        std::vector<unsigned> values(n);
+        for (std::size_t i = 0; i < n; ++i)
+            values[i] = info_.bits == 8 ? static_cast<const unsigned char*>(samples)[i]
+                                        : static_cast<const unsigned short*>(samples)[i];
+        rows_.push_back(values);
+    }
+    ImageInfo info_;
+    std::vector<std::vector<unsigned>> rows_;
+};
+
+}  // namespace
+
+// PNG and TIFF keep grey and alpha, RGB and RGBA, 8 and 16 bits, exactly; a
+// grey read gives the luminance and drops alpha.
+TEST(ImageIO, ChannelsRoundTripExactly)
+{
+    std::vector<Format> formats;
+    if (pngSupported())
+        formats.push_back(Format::Png);
+    if (tiffSupported())
+        formats.push_back(Format::Tiff);
+    for (Format format : formats)
+        for (int bits : {8, 16})
+            for (int channels = 1; channels <= 4; ++channels) {
+                const Image image = sampleChannels(channels, bits);
+                const std::string path = temp(std::string("channels") + extensionOf(format));
+                writeImage(path, image, format);
+                expectSameImage(readChannels(path, Region{}, ReadLimits{}), image);
+                const std::vector<unsigned char> bytes = encodeImage(path, image, format);
+                expectSameImage(readChannelsFromMemory(bytes.data(), bytes.size(), "memory"), image);
+                std::string notice;
+                const GreyImage grey = readImage(path, [&](const std::string& n) { notice = n; });
+                const double expected = channels >= 3 ? detail::greyOf(static_cast<unsigned>(sampleAt(image, 0, 4, 3)),
+                                                                       static_cast<unsigned>(sampleAt(image, 1, 4, 3)),
+                                                                       static_cast<unsigned>(sampleAt(image, 2, 4, 3)))
+                                                      : sampleAt(image, 0, 4, 3);
+                EXPECT_EQ(bits == 8 ? grey.pixels8(4, 3) : grey.pixels16(4, 3), expected);
+                EXPECT_EQ(notice.empty(), channels == 1) << notice;
+                std::remove(path.c_str());
+            }
+}
+
+TEST(ImageIO, PgmRefusesColour)
+{
+    const std::string message = imageErrorOf([] { writeImage(temp("colour.pgm"), sampleChannels(3, 8), Format::Pgm); });
+    EXPECT_NE(message.find("PGM holds grey images only"), std::string::npos) << message;
+    EXPECT_FALSE(std::ifstream(temp("colour.pgm")).good());
+    EXPECT_FALSE(std::ifstream(temp("colour.pgm.partial")).good());
+}
+
+// Streamed rows are the rows of the whole image, in order, for every format
+// and for tiled TIFF (whose tiles arrive a row of tiles at a time).
+TEST(ImageIO, StreamedRowsEqualTheWholeImage)
+{
+    std::vector<std::string> names{"stream.pgm"};
+    if (pngSupported())
+        names.push_back("stream.png");
+    if (tiffSupported())
+        names.push_back("stream.tif");
+    for (const std::string& name : names)
+        for (int channels : {1, 3}) {
+            const Image image = sampleChannels(channels, 16, 37, 29);
+            if (channels > 1 && name == "stream.pgm")
+                continue;
+            const std::string path = temp(name);
+            writeImage(path, image, formatFor(path));
+            Collect rows;
+            streamImage(path, rows, Channels::Keep);
+            ASSERT_EQ(rows.rows_.size(), 29u) << name;
+            ASSERT_EQ(rows.info_.channels, channels);
+            for (long y = 0; y < 29; ++y)
+                for (long x = 0; x < 37; ++x)
+                    for (int c = 0; c < channels; ++c)
+                        ASSERT_EQ(rows.rows_[y][x * channels + c], sampleAt(image, c, x, y)) << name;
+            Collect grey;
+            streamImage(path, grey, Channels::Grey);
+            ASSERT_EQ(grey.info_.channels, 1);
+            const GreyImage whole = readImage(path);
+            for (long y = 0; y < 29; ++y)
+                for (long x = 0; x < 37; ++x)
+                    ASSERT_EQ(grey.rows_[y][x], whole.pixels16(x, y));
+            std::remove(path.c_str());
+        }
+}
+
+// A writer that is not committed leaves nothing; one that is leaves the file.
+TEST(ImageIO, WriterLeavesNothingUntilCommitted)
+{
+    const std::string path = temp("writer.pgm");
+    std::remove(path.c_str());
+    const ImageInfo info{4, 3, 8, Format::Pgm, 1};
+    const unsigned char row[4] = {1, 2, 3, 4};
+    {
+        ImageWriter writer(path, Format::Pgm, info);
+        writer.row(row);
+        EXPECT_TRUE(std::ifstream(path + ".partial").good());
+        EXPECT_THROW(writer.commit(), ImageError);   // 1 of 3 rows
+    }
+    EXPECT_FALSE(std::ifstream(path).good());
+    EXPECT_FALSE(std::ifstream(path + ".partial").good());
+    {
+        ImageWriter writer(path, Format::Pgm, info);
+        for (int y = 0; y < 3; ++y)
+            writer.row(row);
+        writer.commit();
+    }
+    EXPECT_EQ(readImage(path).pixels8(3, 2), 4);
+    std::remove(path.c_str());
+}
+
+// SIGINT or SIGTERM in the middle of a write removes the temporary.
+TEST(ImageIO, SignalsRemoveTheTemporary)
+{
+    for (int signal : {SIGINT, SIGTERM}) {
+        const std::string path = temp("signalled.pgm");
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const ImageInfo info{4, 3, 8, Format::Pgm, 1};
+            ImageWriter writer(path, Format::Pgm, info);
+            const unsigned char row[4] = {1, 2, 3, 4};
+            writer.row(row);
+            if (!std::ifstream(path + ".partial").good())
+                _exit(3);
+            std::raise(signal);
+            _exit(4);   // not reached
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_FALSE(std::ifstream(path + ".partial").good());
+        EXPECT_FALSE(std::ifstream(path).good());
+    }
+}
+
+#ifdef KXIO_TEST_JPEG
+namespace {
+
+// A JPEG's bytes with an EXIF segment stating `orientation` after its SOI.
+std::vector<unsigned char> withOrientation(const std::vector<unsigned char>& jpeg, int orientation, bool little)
+{
+    std::vector<unsigned char> tiff = little ? std::vector<unsigned char>{'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0}
+                                             : std::vector<unsigned char>{'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1};
+    const auto o = static_cast<unsigned char>(orientation);
+    const unsigned char entryLittle[12] = {0x12, 0x01, 3, 0, 1, 0, 0, 0, o, 0, 0, 0};
+    const unsigned char entryBig[12] = {0x01, 0x12, 0, 3, 0, 0, 0, 1, 0, o, 0, 0};
+    tiff.insert(tiff.end(), little ? entryLittle : entryBig, (little ? entryLittle : entryBig) + 12);
+    tiff.insert(tiff.end(), 4, 0);   // no next directory
+    std::vector<unsigned char> app1{'E', 'x', 'i', 'f', 0, 0};
+    app1.insert(app1.end(), tiff.begin(), tiff.end());
+    const std::size_t length = app1.size() + 2;
+    std::vector<unsigned char> out{0xFF, 0xD8, 0xFF, 0xE1, static_cast<unsigned char>(length >> 8),
+                                   static_cast<unsigned char>(length & 0xFF)};
+    out.insert(out.end(), app1.begin(), app1.end());
+    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+    return out;
+}
+
+}  // namespace
+
+TEST(ImageIO, JpegRoundTripsGreyAndColourClosely)
+{
+    for (int channels : {1, 3}) {
+        Image image;   // smooth, with edges between the channels' levels
+        for (int c = 0; c < channels; ++c)
+            image.planes.push_back(
+                roundedImage(8, 64, 48, [&](long x, long y) { return 30 + 2 * x + y + 40 * c + (x > 30 ? 50 : 0); }));
+        const std::vector<unsigned char> bytes = encodeImage("memory.jpg", image, Format::Jpeg);
+        const Image back = readChannelsFromMemory(bytes.data(), bytes.size(), "memory.jpg");
+        ASSERT_EQ(back.channels(), channels);
+        ASSERT_EQ(back.width(), 64);
+        double sum = 0;
+        for (int c = 0; c < channels; ++c)
+            for (long y = 0; y < 48; ++y)
+                for (long x = 0; x < 64; ++x)
+                    sum += std::abs(sampleAt(back, c, x, y) - sampleAt(image, c, x, y));
+        EXPECT_LT(sum / (channels * 64 * 48), 1.5) << channels;   // quality 95
+    }
+    const std::string message =
+        imageErrorOf([] { encodeImage("deep.jpg", sampleChannels(1, 16), Format::Jpeg); });
+    EXPECT_NE(message.find("JPEG holds 8-bit images only"), std::string::npos) << message;
+    EXPECT_THROW(encodeImage("alpha.jpg", sampleChannels(4, 8), Format::Jpeg), ImageError);
+    WriteOptions bad;
+    bad.jpegQuality = 0;
+    EXPECT_THROW(encodeImage("q.jpg", sampleChannels(1, 8), Format::Jpeg, bad), ImageError);
+}
+
+// Each EXIF orientation turns the stored image upright: a smooth ramp in x
+// and y, so that JPEG's loss cannot hide which corner went where.
+TEST(ImageIO, JpegExifOrientationIsApplied)
+{
+    const long w = 48, h = 32;
+    Image image;
+    image.planes.push_back(roundedImage(8, w, h, [&](long x, long y) { return 20 + 3 * x + 2 * y; }));
+    const std::vector<unsigned char> plain = encodeImage("o.jpg", image, Format::Jpeg);
+    for (int orientation = 1; orientation <= 8; ++orientation)
+        for (bool little : {true, false}) {
+            const std::vector<unsigned char> bytes = withOrientation(plain, orientation, little);
+            const GreyImage up = readImageFromMemory(bytes.data(), bytes.size(), "o.jpg");
+            const bool swapped = orientation >= 5;
+            ASSERT_EQ(up.width(), swapped ? h : w) << orientation;
+            ASSERT_EQ(up.height(), swapped ? w : h) << orientation;
+            for (long y = 0; y < up.height(); y += 5)
+                for (long x = 0; x < up.width(); x += 5) {
+                    long sx = x, sy = y;
+                    switch (orientation) {
+                    case 2: sx = w - 1 - x; break;
+                    case 3: sx = w - 1 - x, sy = h - 1 - y; break;
+                    case 4: sy = h - 1 - y; break;
+                    case 5: sx = y, sy = x; break;
+                    case 6: sx = y, sy = h - 1 - x; break;
+                    case 7: sx = w - 1 - y, sy = h - 1 - x; break;
+                    case 8: sx = w - 1 - y, sy = x; break;
+                    default: break;
+                    }
+                    EXPECT_NEAR(up.pixels8(x, y), 20 + 3 * sx + 2 * sy, 3) << orientation << " at " << x << "," << y;
+                }
+        }
+}
+
+// Every cut of a JPEG, and damaged bytes, give an ImageError naming the file.
+TEST(ImageIO, CorruptAndTruncatedJpegAreRefusedCleanly)
+{
+    const std::vector<unsigned char> bytes = encodeImage("j.jpg", sampleChannels(3, 8, 40, 30), Format::Jpeg);
+    for (std::size_t cut = 0; cut + 1 < bytes.size(); cut += std::max<std::size_t>(1, bytes.size() / 37)) {
+        const std::string message = imageErrorOf([&] { readImageFromMemory(bytes.data(), cut, "cut.jpg"); });
+        EXPECT_NE(message.find("cut.jpg"), std::string::npos) << cut;
+    }
+    for (std::size_t at = 2; at < bytes.size(); at += 97) {
+        std::vector<unsigned char> damaged = bytes;
+        damaged[at] ^= 0xA5;
+        try {
+            readImageFromMemory(damaged.data(), damaged.size(), "damaged.jpg");
+        } catch (const ImageError&) {
+        }
+    }
+    // A header announcing 65500 x 65500 pixels in a few bytes is refused from
+    // the header, before any allocation of that size.
+    const std::string message = imageErrorOf([&] {
+        std::vector<unsigned char> huge = bytes;
+        for (std::size_t i = 0; i + 8 < huge.size(); ++i)
+            if (huge[i] == 0xFF && huge[i + 1] == 0xC0) {   // SOF0: height and width at +5
+                huge[i + 5] = 0xFF, huge[i + 6] = 0xDC, huge[i + 7] = 0xFF, huge[i + 8] = 0xDC;
+                break;
+            }
+        readImageFromMemory(huge.data(), huge.size(), "huge.jpg");
+    });
+    EXPECT_NE(message.find("image is 65500 x 65500"), std::string::npos) << message;
+}
+#endif
+
+// The fuzz target's seeds are real images of every reader: each is read
+// whole, with its channels and streamed (all but the crafted bad tile).
+TEST(ImageIO, FuzzSeedsAreReadableImages)
+{
+    const std::string dir = std::string(KXIO_FUZZ_CORPUS) + "/image_readers/";
+    int read = 0;
+    for (const char* name : {"pgm8", "pgm16", "pgm-ascii", "png8", "png16", "png-rgba-channels", "tiff8",
+                             "tiff16-region", "tiff-rgb-streamed", "jpeg-grey", "jpeg-colour-channels",
+                             "jpeg-colour-streamed", "jpeg-region", "jpeg-exif-orientation-6"}) {
+        const std::string format(name, 3);
+        if ((format == "png" && !pngSupported()) || (format == "tif" && !tiffSupported()) ||
+            (format == "jpe" && !jpegSupported()))
+            continue;
+        const std::vector<char> file = bytesOf(dir + name);
+        ASSERT_GT(file.size(), 1u) << name;
+        const auto* data = reinterpret_cast<const unsigned char*>(file.data()) + 1;
+        const Image image = readChannelsFromMemory(data, file.size() - 1, name);
+        EXPECT_GT(image.width(), 0) << name;
+        EXPECT_EQ(readImageFromMemory(data, file.size() - 1, name).width(), image.width()) << name;
+        Collect rows;
+        streamImageFromMemory(data, file.size() - 1, name, rows, Channels::Keep);
+        EXPECT_EQ(static_cast<long>(rows.rows_.size()), image.height()) << name;
+        ++read;
+    }
+    EXPECT_GE(read, 3);
+}

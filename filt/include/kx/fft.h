@@ -147,6 +147,33 @@ public:
     kxPelBuffer<double> getMagnitudeImage(bool centered) const;
     kxPelBuffer<double> getPhaseImage(bool centered) const;
 
+    // The store and state of the buffer, for code that hands the elements to
+    // another library (numpy, an FFT of its own) without a copy. Element
+    // (x, y) in storage order is data[y * rowStride + 2 * x] (real) and the
+    // float after it (imaginary). data is null when the buffer has no data.
+    //
+    // The pointer stays valid until the buffer is given another padded size,
+    // is loaded from an archive or is destroyed: a transform, copy or
+    // cancelled transform into a buffer of the same padded size keeps the
+    // address (the data may then be absent or changed, never moved).
+    template <typename Float>
+    struct ElementView {
+        Float* data = nullptr;         // (real, imaginary) float pairs; null without data
+        long width = 0;                // padded width, elements
+        long height = 0;               // padded height, rows
+        long rowStride = 0;            // floats from one row to the next
+        long requestedWidth = 0;       // width of the image the data came from
+        long requestedHeight = 0;      // height of the image the data came from
+        bool inverseComputed = false;  // the store holds an in-place inverse's spatial result
+        bool masked = false;           // a filter left data only in rows bandFirst..bandLast
+        long bandFirst = 0;            // first row of the band, centred index
+        long bandLast = 0;             // last row of the band, centred index, inclusive
+    };
+    // The view of this buffer's store and state, with writable elements.
+    ElementView<float> elements();
+    // The same view with read-only elements.
+    ElementView<const float> elements() const;
+
 private:
     friend class kxFrequencyFilter;
     friend struct kx_FrequencyBufferAccess;
@@ -165,6 +192,8 @@ private:
     // Float index of element (x, y), after the access checks.
     long elementIndex(long x, long y, bool centered) const;
     void pointAtStore();
+    template <typename Float>
+    ElementView<Float> elementView() const;
 
     long paddedWidth_ = 0;
     long paddedHeight_ = 0;
