@@ -53,11 +53,11 @@ struct kf_RowElements {
     Lane& y(int e) const { return row[2 * e - 1]; }
 };
 
-// The L-shaped butterflies of blocks of n2 elements starting after the
-// elements at `starts` (0-based offsets is - j of the published loop). The
-// rotations for j advance by recurrence in single precision from the table
-// entry of n2 alone, so every block of one size meets the same factors
-// whichever order the blocks run in.
+// The L-shaped butterflies of blocks of n2 elements: for each j in 1..n2/4,
+// `starts(butterfly, j)` calls butterfly(i0) with the 1-based index i0 of
+// element j of every block to run. The rotations for j advance by
+// recurrence in single precision from the table entry of n2 alone, so every
+// block of one size meets the same factors whichever order blocks run in.
 template <typename Lane, typename Starts>
 void kf_LButterflies(kf_RowElements<Lane> r, int n2, const kf_RotationTable& rotation, Starts starts)
 {
