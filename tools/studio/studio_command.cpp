@@ -155,7 +155,9 @@ private:
     {
         const std::string name = uploadName(req);
         kxio::ReadLimits limits;
-        limits.hint = "; start the studio with --region X,Y,W,H to work on a part of it";
+        // Larger images are tiled, which the upload limit leaves to files given at start.
+        limits.hint = "; start the studio on the file itself (kxfreq studio IMAGE, with --region X,Y,W,H "
+                      "above " + std::to_string(kMaxStudioSide) + " a side)";
         kxio::GreyImage image = kxio::readImageFromMemory(reinterpret_cast<const unsigned char*>(req.body.data()),
                                                           req.body.size(), name, kxio::Region{}, limits);
         auto session = std::make_shared<const kxstudio::Session>(name, kxio::Region{}, std::move(image));
