@@ -7,7 +7,8 @@ boundaries.
 
 Needs numpy, PIL (python3-pil) and the sample photographs of python3-skimage.
 The 8000 x 6000 images live in a temporary folder only. Prints what the tool
-reported and the stripes' amplitude in the crop before and after.
+reported, the stripes' amplitude in the crop before and after, and the largest
+difference to the result of smaller tiles (whose borders fall elsewhere).
 """
 import json
 import os
@@ -29,6 +30,7 @@ PHOTOS = [os.path.join(ROOT, "tests/tools/data/photo.png")] + [
 WIDTH, HEIGHT, CELL = 8000, 6000, 1000
 PERIOD, ANGLE, AMPLITUDE = 9.0, 30.0, 24.0      # the stripes: pixels, degrees, grey levels
 TILE = 2048
+SMALL_TILE = 512                                # for the check that no seam shows
 REDUCE = 10                                     # the overview's reduction
 CROP_W, CROP_H = 380, 260                       # the 1:1 crops, side by side under the overview
 
@@ -93,11 +95,18 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         source, result, report = (os.path.join(work, n) for n in ("mosaic.pgm", "clean.pgm", "report.json"))
         write_pgm(source, before)
-        subprocess.run([os.path.join(build, "tools/kxfreq"), "filter", source, "-o", result, "--gabor-reject",
-                        "--period", str(PERIOD), "--angle", str(ANGLE), "--sigma", "0.01", "--dc-radius", "1",
-                        "--tile", str(TILE), "--jobs", "2", "--json", report], check=True)
-        after = read_pgm(result)
+        def tiled(tile, output, *extra):
+            subprocess.run([os.path.join(build, "tools/kxfreq"), "filter", source, "-o", output, "--gabor-reject",
+                            "--period", str(PERIOD), "--angle", str(ANGLE), "--sigma", "0.01", "--dc-radius", "1",
+                            "--tile", str(tile), "--jobs", "2", *extra], check=True)
+            return read_pgm(output)
+
+        after = tiled(TILE, result, "--json", report)
         (entry,) = json.load(open(report))["inputs"]
+        # Tiles of another size put their borders elsewhere: a seam would show as a difference.
+        other = tiled(SMALL_TILE, os.path.join(work, "small-tiles.pgm"))
+        tile_difference = int(numpy.abs(other.astype(int) - after.astype(int)).max())
+        del other
     core = entry["tile"] - 2 * entry["margin"]
 
     # The crop holds a corner where four tiles' cores meet, inside one photograph:
@@ -119,7 +128,8 @@ def main():
     print(json.dumps({"tile": entry["tile"], "margin": entry["margin"], "tiles": entry["tiles"],
                       "seconds": entry["seconds"], "crop": [left, top, CROP_W, CROP_H],
                       "amplitude_before": round(amplitude(crops[0].astype(float), top, left), 3),
-                      "amplitude_after": round(amplitude(crops[1].astype(float), top, left), 3)}))
+                      "amplitude_after": round(amplitude(crops[1].astype(float), top, left), 3),
+                      f"largest_difference_to_tiles_of_{SMALL_TILE}": tile_difference}))
 
     pad, head, gap = 16, 30, 40
     ow, oh = WIDTH // REDUCE, HEIGHT // REDUCE
@@ -147,7 +157,7 @@ def main():
     draw.rectangle([box[0] - 2, box[1] - 2, box[2] + 2, box[3] + 2], outline=255, width=1)
 
     labels = (f"before: stripes, period {PERIOD:g} px at {ANGLE:g} degrees (1:1)",
-              f"after --gabor-reject, tiled, 2 jobs (1:1)")
+              "after --gabor-reject, tiled, 2 jobs (1:1)")
     for i, (crop, label) in enumerate(zip(crops, labels)):
         x0 = pad + i * (CROP_W + gap)
         draw.text((x0, crop_top - head - 4), label, font=small, fill=0)
