@@ -50,6 +50,13 @@ long kxFilterDescription::margin(double fullScale) const
 
 // ---------------------------------------------------------------------------
 
+double kx_GaborShape::kernelWidth() const { return envelopeOf(std::min(sigma.x(), sigma.y())); }
+
+double kx_GaborShape::passBandArea() const
+{
+    return bandWidth(sigma.x(), plateau.x()) * bandWidth(sigma.y(), plateau.y());
+}
+
 std::unique_ptr<kxFilterDescription> kxGaborDescription::clone() const
 {
     return std::make_unique<kxGaborDescription>(*this);
@@ -58,13 +65,6 @@ std::unique_ptr<kxFilterDescription> kxGaborDescription::clone() const
 std::unique_ptr<kxFrequencyFilter> kxGaborDescription::makeFilter(const kxPair<long>& size) const
 {
     return std::make_unique<kxFrequencyFilterGabor>(sigma, plateau, radians(angle), frequency, size, dcRadius);
-}
-
-double kxGaborDescription::kernelWidth() const { return envelopeOf(std::min(sigma.x(), sigma.y())); }
-
-double kxGaborDescription::passBandArea() const
-{
-    return bandWidth(sigma.x(), plateau.x()) * bandWidth(sigma.y(), plateau.y());
 }
 
 // ---------------------------------------------------------------------------
@@ -95,12 +95,7 @@ std::unique_ptr<kxFrequencyFilter> kxGaborRejectDescription::makeFilter(const kx
     return std::make_unique<kxFrequencyFilterImage>(both);
 }
 
-double kxGaborRejectDescription::kernelWidth() const { return envelopeOf(std::min(sigma.x(), sigma.y())); }
-
-double kxGaborRejectDescription::passBandArea() const
-{
-    return 2.0 * bandWidth(sigma.x(), plateau.x()) * bandWidth(sigma.y(), plateau.y());
-}
+double kxGaborRejectDescription::passBandArea() const { return 2.0 * kx_GaborShape::passBandArea(); }
 
 // ---------------------------------------------------------------------------
 
@@ -110,6 +105,10 @@ static double ringArea(double sigma, double plateau, double frequency)
 {
     return 2.0 * kPi * std::max(frequency, sigma + plateau) * bandWidth(sigma, plateau);
 }
+
+double kx_RingShape::kernelWidth() const { return envelopeOf(sigma); }
+
+double kx_RingShape::passBandArea() const { return ringArea(sigma, plateau, frequency); }
 
 std::unique_ptr<kxFilterDescription> kxBandPassDescription::clone() const
 {
@@ -121,10 +120,6 @@ std::unique_ptr<kxFrequencyFilter> kxBandPassDescription::makeFilter(const kxPai
     return std::make_unique<kxFrequencyFilterBandPass>(sigma, plateau, frequency, size, dcRadius);
 }
 
-double kxBandPassDescription::kernelWidth() const { return envelopeOf(sigma); }
-
-double kxBandPassDescription::passBandArea() const { return ringArea(sigma, plateau, frequency); }
-
 std::unique_ptr<kxFilterDescription> kxBandRejectDescription::clone() const
 {
     return std::make_unique<kxBandRejectDescription>(*this);
@@ -135,9 +130,6 @@ std::unique_ptr<kxFrequencyFilter> kxBandRejectDescription::makeFilter(const kxP
     return std::make_unique<kxFrequencyFilterBandReject>(sigma, plateau, frequency, size, dcRadius);
 }
 
-double kxBandRejectDescription::kernelWidth() const { return envelopeOf(sigma); }
-
-double kxBandRejectDescription::passBandArea() const { return ringArea(sigma, plateau, frequency); }
 
 // ---------------------------------------------------------------------------
 

@@ -10,8 +10,10 @@ README = os.path.join(os.path.dirname(__file__), "..", "..", "README.md")
 
 
 def python_examples():
+    """The Python examples outside the "Large images" section (test_readme_large runs those)."""
     with open(README, encoding="utf-8") as f:
-        return re.findall(r"```python\n(.*?)```", f.read(), re.S)
+        text = re.sub(r"\n## Large images\n.*?(?=\n## )", "\n", f.read(), flags=re.S)
+    return re.findall(r"```python\n(.*?)```", text, re.S)
 
 
 def test_readme_python_example_runs_as_written(tmp_path, monkeypatch):

@@ -18,7 +18,7 @@ endif()
 #   visibility, and AddressSanitizer's markers for exported globals.
 set(allowed
   "^kx[A-Z][A-Za-z0-9]*(::|$|<)"
-  "^kx_(TableFilter|GaborFilter|RadialFilter|PelBuffer::Error)(::|$)"
+  "^kx_(TableFilter|GaborFilter|RadialFilter|GaborShape|RingShape|PelBuffer::Error)(::|$)"
   "^kf[A-Z][A-Za-z0-9]*(<|$)"
   "^kf_(ForwardFFT|InverseFFT|ComputeAngleImage|ComputeQuadrantImage)$"
   "^kf_(ApplyWindow|PhaseCorrelate|FindPeriodicComponents|RemovePeriodicTexture)$"

@@ -118,3 +118,24 @@ def wait_for(predicate, seconds, what):
             return value
         time.sleep(0.05)
     raise AssertionError("timed out after %g s waiting for %s" % (seconds, what))
+
+
+def read_tiff(data, numpy):
+    """The pixels of an 8- or 16-bit grey TIFF as the tool writes it (deflate
+    strips, no predictor) as a numpy array."""
+    order = {b"II": "<", b"MM": ">"}[data[:2]]
+    offset, = struct.unpack(order + "I", data[4:8])
+    count, = struct.unpack(order + "H", data[offset:offset + 2])
+    sizes = {3: ("H", 2), 4: ("I", 4)}
+    tags = {}
+    for i in range(count):
+        entry = data[offset + 2 + 12 * i:offset + 14 + 12 * i]
+        tag, kind, n = struct.unpack(order + "HHI", entry[:8])
+        code, size = sizes.get(kind, ("I", 4))
+        where = entry[8:12] if n * size <= 4 else data[struct.unpack(order + "I", entry[8:12])[0]:][:n * size]
+        tags[tag] = struct.unpack(order + code * n, where[:n * size])
+    width, height, bits = tags[256][0], tags[257][0], tags[258][0]
+    assert tags[259][0] in (8, 32946) and tags.get(277, (1,))[0] == 1 and tags.get(317, (1,))[0] == 1
+    raw = b"".join(zlib.decompress(data[o:o + n]) for o, n in zip(tags[273], tags[279]))
+    dtype = numpy.uint8 if bits == 8 else numpy.dtype(order + "u2")
+    return numpy.frombuffer(raw, dtype=dtype).reshape(height, width)

@@ -1,30 +1,34 @@
 """Makes docs/studio.png, the README's picture of the studio: the page on
-the test photograph with a notch and a ring placed by clicks, in headless
-Chromium. Run from the repository: /usr/bin/python3 tests/studio/take_screenshot.py build/tools/kxfreq"""
+the test photograph with stripes of period 9 pixels added (as the tests make
+it), the stripes' peaks found and circled, and a notch placed on the
+strongest one by a click, in headless Chromium. Run from the repository:
+/usr/bin/python3 tests/studio/take_screenshot.py build/tools/kxfreq"""
 import os
 import sys
+import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
 ROOT = os.path.dirname(os.path.dirname(HERE))
 os.environ["KXFREQ_TOOL"] = os.path.abspath(sys.argv[1])
+os.environ.setdefault("KXFREQ_TEST_DATA", os.path.join(ROOT, "tests", "tools", "data"))
 
 import browser_support as browser  # noqa: E402
 import studio_support as support  # noqa: E402
+from conftest import striped_photo  # noqa: E402
 from test_browser import click_at_frequency  # noqa: E402
 
 
 def main():
-    data = os.path.join(ROOT, "tests", "tools", "data")
-    studio = support.Studio("photo.png", cwd=data)
+    work = tempfile.mkdtemp(prefix="kxstudio-screenshot-")
+    striped_photo(os.path.join(work, "striped-photo.pgm"))
+    studio = support.Studio("striped-photo.pgm", cwd=work)
     driver = browser.start_browser(1480, 1150)
     try:
         driver.get(studio.url + "/")
         browser.wait_full_result(driver)
-        click_at_frequency(driver, 0.09, 0.06)
-        browser.wait_full_result(driver)
-        driver.find_element("css selector", "input[name=mode][value=b]").click()
-        click_at_frequency(driver, 0.0, -0.3)
+        peak = driver.execute_script("return window.studio.info.components[0];")
+        click_at_frequency(driver, peak["fx"], peak["fy"])   # snaps onto the found peak
         browser.wait_full_result(driver)
         driver.find_element("id", "showCommand").click()
         from selenium.webdriver.support.ui import WebDriverWait

@@ -373,3 +373,70 @@ def test_opening_another_image_from_the_page(workdir, striped):
             assert support.read_png_file(str(workdir / "other-filtered.png"))[3] == shown(server, "b,0.2,0.01,0,1")[3]
     finally:
         assert server.stop()[0] == 0
+
+
+def test_an_image_larger_than_one_transform_is_filtered_in_tiles(workdir):
+    """2600 x 2300: spectrum and peaks from the Welch spectrum, the full-size
+    result in tiles, and the exported command and Python code giving it."""
+    numpy = pytest.importorskip("numpy")
+    clean = numpy.array(support.read_png_file(os.path.join(support.DATA, "photo.png"))[3], dtype=numpy.float64)
+    clean = numpy.pad(clean, ((0, 2300 - clean.shape[0]), (0, 2600 - clean.shape[1])), mode="symmetric")
+    y, x = numpy.mgrid[0:2300, 0:2600]
+    fx, fy = numpy.cos(numpy.radians(30)) / 9, numpy.sin(numpy.radians(30)) / 9
+    big = numpy.clip(numpy.rint(clean + 15 * numpy.sin(2 * numpy.pi * (fx * x + fy * y))), 0, 255).astype(numpy.uint8)
+    with open(str(workdir / "big.pgm"), "wb") as f:
+        f.write(b"P5\n2600 2300\n255\n" + big.tobytes())
+    server = support.Studio("big.pgm", cwd=str(workdir))
+    try:
+        info = json.loads(server.get("/api/info")[2])
+        assert info["tiled"] and (info["width"], info["height"]) == (2600, 2300)
+        assert (info["spectrumWidth"], info["spectrumHeight"], info["previewFactor"]) == (1024, 1024, 6)
+        strongest = info["components"][0]
+        assert abs(strongest["period"] - 9) < 0.1 and abs(strongest["angle"] - 30) < 1
+        assert support.read_png(server.get("/api/spectrum.png")[2])[:2] == (1024, 1024)
+        assert shown(server, "", 1)[:2] == (433, 383)   # the preview, reduced 6 times
+
+        def page_result(filters):
+            status, _, tif = server.get("/api/export/result.tif?filters=" + urllib.parse.quote(filters))
+            assert status == 200, tif[:200]
+            return support.read_tiff(tif, numpy)
+
+        # One notch: the filter command applies it in tiles, as the page does.
+        one = peak_filter(server, 0.01)
+        page = page_result(one)
+        assert page.shape == (2300, 2600)
+        assert shown(server, one)[:2] == (1300, 1150)   # shown reduced
+        residual = numpy.sqrt(numpy.mean((page - clean) ** 2))
+        assert residual < 0.5 * numpy.sqrt(numpy.mean((big - clean) ** 2))
+        text = server.get("/api/export/command?filters=" + urllib.parse.quote(one))[2].decode()
+        commands = [line for line in text.splitlines() if line.startswith("kxfreq filter ")]
+        assert len(commands) == 1 and "--load" not in commands[0]
+        args = shlex.split(commands[0])
+        args[args.index("-o") + 1] = "big-tool.tif"
+        run = support.run_tool(*args[1:], cwd=str(workdir))
+        assert run.returncode == 0, run.stderr
+        assert numpy.array_equal(support.read_tiff((workdir / "big-tool.tif").read_bytes(), numpy), page)
+
+        # A filter of one padded size cannot be tiled.
+        status, _, body = server.get("/api/export/filter.kxf?filters=" + urllib.parse.quote(one))
+        assert status == 400 and b"larger than one transform" in body
+
+        # Several filters: the command export says to use Python, whose result is the page's.
+        several = one + ";b,0.3,0.01,0,1"
+        text = server.get("/api/export/command?filters=" + urllib.parse.quote(several))[2].decode()
+        assert "Python code only" in text and "\nkxfreq filter" not in text
+        probe = subprocess.run([sys.executable, "-c", "import kxfreq"], capture_output=True, text=True)
+        if probe.returncode != 0:
+            pytest.skip("the kxfreq Python module is not importable here: " + probe.stderr.strip()[-200:])
+        numpy.save(str(workdir / "big.npy"), big)
+        for filters in (one, several, ""):
+            code = server.get("/api/export/python?filters=" + urllib.parse.quote(filters))[2]
+            (workdir / "big_export.py").write_bytes(code)
+            run = subprocess.run([sys.executable, "big_export.py", "big.npy", "big-out.npy"], cwd=str(workdir),
+                                 capture_output=True, text=True, timeout=120)
+            assert run.returncode == 0, run.stderr
+            result = numpy.load(str(workdir / "big-out.npy"))
+            assert result.dtype == numpy.uint8 and numpy.array_equal(result, page_result(filters)), filters
+    finally:
+        status, _, err = server.stop()
+        assert status == 0 and err == "", err   # a clean stop: no sanitizer or other report

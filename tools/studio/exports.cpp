@@ -1,5 +1,7 @@
 #include "exports.h"
 
+#include "tiled_result.h"
+
 #include <kx/core/archive.h>
 
 #include <filesystem>
@@ -45,6 +47,9 @@ std::string filterLines(const FilterSet& filters, const std::string& lead)
 
 std::string sizeText(const Session& s)
 {
+    if (s.tiled())
+        return std::to_string(s.image().width()) + " x " + std::to_string(s.image().height()) +
+               ", filtered in overlapping tiles";
     return std::to_string(s.image().width()) + " x " + std::to_string(s.image().height()) + ", padded to " +
            std::to_string(s.paddedWidth()) + " x " + std::to_string(s.paddedHeight());
 }
@@ -70,12 +75,31 @@ std::vector<unsigned char> filterArchive(const Session& session, const FilterSet
     return std::vector<unsigned char>(bytes.begin(), bytes.end());
 }
 
+namespace {
+
+// A tiled image: the filter command takes one filter and tiles it itself.
+std::string tiledCommandExport(const Session& session, const FilterSet& filters, const std::string& head)
+{
+    checkFilterSet(filters);
+    std::string text = "# kxfreq studio: " + session.path() + " (" + sizeText(session) + ")\n" +
+                       filterLines(filters, "#   ");
+    if (filters.size() == 1)
+        return text + head + " " + commandOptions(filters[0]) + "\n";
+    return text + (filters.empty() ? "# No filter: the result is the image itself.\n"
+                                   : "# The filter command applies one filter to an image this large (in tiles);\n"
+                                     "# several filters are exported as Python code only.\n");
+}
+
+}  // namespace
+
 std::string commandExport(const Session& session, const FilterSet& filters)
 {
-    session.combined(filters);   // refuses bad values before anything is written
     const std::string head = "kxfreq filter " + shellWord(session.path()) + " -o " +
                              shellWord(resultName(session, ".png")) +
                              (session.region().whole() ? "" : " --region " + regionText(session.region()));
+    if (session.tiled())
+        return tiledCommandExport(session, filters, head);
+    session.combined(filters);   // refuses bad values before anything is written
     std::string text = "# kxfreq studio: " + session.path() + " (" + sizeText(session) + ")\n" +
                        filterLines(filters, "#   ") + "# With the filter file saved from the page:\n" + head +
                        " --load " + shellWord(archiveName(session)) + "\n";
@@ -84,8 +108,71 @@ std::string commandExport(const Session& session, const FilterSet& filters)
     return text;
 }
 
+namespace {
+
+// The call of kxfreq's array function that applies one filter to `input`.
+std::string pythonCall(const StudioFilter& f, const std::string& input, const std::string& extra)
+{
+    const std::string common = "frequency=" + exactNumber(f.frequency) + ", dc_radius=" + std::to_string(f.dcRadius);
+    if (f.kind == StudioFilter::BandReject)
+        return "kxfreq.band_reject(" + input + ", " + common + ", sigma=" + exactNumber(f.sigma[0]) +
+               ", plateau=" + exactNumber(f.plateau[0]) + extra + ")";
+    return "kxfreq.gabor_reject(" + input + ", " + common + ",\n" + "                               sigma=(" +
+           exactNumber(f.sigma[0]) + ", " + exactNumber(f.sigma[1]) + "), plateau=(" + exactNumber(f.plateau[0]) +
+           ", " + exactNumber(f.plateau[1]) + "),\n                               angle=" +
+           exactNumber(angleRadians(f)) + extra + ")   # radians";
+}
+
+// A tiled image: kxfreq's array functions tile each filter as the filter
+// command does; several are chained in floating point (see tiled_result.h).
+std::string tiledPythonExport(const Session& session, const FilterSet& filters)
+{
+    checkFilterSet(filters);
+    const kxio::GreyImage& image = session.image();
+    const std::string type = image.bits == 8 ? "uint8" : "uint16";
+    std::ostringstream py;
+    py << "# kxfreq studio: " << session.path() << " (" << sizeText(session) << ")\n"
+       << filterLines(filters, "#   ")
+       << "# The image is larger than one transform: kxfreq's array functions filter it\n"
+       << "# in overlapping tiles, as 'kxfreq filter' does with one filter. Several\n"
+       << "# filters are applied one after another with float64 results, rounded once.\n"
+       << "import sys\n"
+       << "import numpy\n"
+       << "import kxfreq\n"
+       << "\n"
+       << "\n"
+       << "def studio_filter(image):\n"
+       << "    \"\"\"The filtered image of a 2-D " << type << " array of " << image.width() << " x "
+       << image.height() << " pixels"
+       << (session.region().whole() ? "" : " (the region " + regionText(session.region()) + " of the image)")
+       << ".\"\"\"\n";
+    if (filters.empty())
+        py << "    return image.copy()   # no filter\n";
+    else if (filters.size() == 1)
+        py << "    return " << pythonCall(filters[0], "image", "") << "\n";
+    else {
+        for (std::size_t i = 0; i < filters.size(); ++i)
+            py << "    work = " << pythonCall(filters[i], i == 0 ? "image" : "work", ", dtype=numpy.float64") << "\n";
+        py << "    work = numpy.where(numpy.isfinite(work), work, 0.0)\n"
+           << "    whole = numpy.trunc(work)   # rounded half away from zero, as in C++\n"
+           << "    rounded = whole + numpy.where(numpy.abs(work - whole) >= 0.5, numpy.sign(work), 0.0)\n"
+           << "    return numpy.clip(rounded, 0, " << (image.bits == 8 ? "255" : "65535") << ").astype(numpy."
+           << type << ")\n";
+    }
+    py << "\n"
+       << "\n"
+       << "if __name__ == \"__main__\":\n"
+       << "    # python3 this.py IMAGE.npy RESULT.npy\n"
+       << "    numpy.save(sys.argv[2], studio_filter(numpy.load(sys.argv[1])))\n";
+    return py.str();
+}
+
+}  // namespace
+
 std::string pythonExport(const Session& session, const FilterSet& filters)
 {
+    if (session.tiled())
+        return tiledPythonExport(session, filters);
     session.combined(filters);
     const kxio::GreyImage& image = session.image();
     const std::string type = image.bits == 8 ? "uint8" : "uint16";

@@ -75,7 +75,7 @@ std::unique_ptr<kxFrequencyFilter> libraryFilter(const StudioFilter& f, const kx
     if (f.kind == StudioFilter::BandReject)
         return std::make_unique<kxFrequencyFilterBandReject>(sigma.x(), plateau.x(), f.frequency * scale, size,
                                                              f.dcRadius);
-    const kxRadian angle(f.angleDegrees * 3.141592653589793 / 180.0);
+    const kxRadian angle(angleRadians(f));
     return std::make_unique<kxFrequencyFilterGaborReject>(sigma, plateau, angle, f.frequency * scale, size,
                                                           f.dcRadius);
 }
@@ -90,6 +90,18 @@ kxPelBuffer<double> constantImage(long width, long height, double value)
 }
 
 }  // namespace
+
+double angleRadians(const StudioFilter& filter) { return filter.angleDegrees * 3.141592653589793 / 180.0; }
+
+void checkFilterSet(const FilterSet& filters)
+{
+    for (std::size_t i = 0; i < filters.size(); ++i)
+        try {
+            libraryFilter(filters[i], kxPair<long>(1, 1), 1.0);
+        } catch (const kxException& e) {
+            throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
+        }
+}
 
 FilterSet parseFilterSet(const std::string& text)
 {
@@ -109,12 +121,7 @@ std::unique_ptr<kxFrequencyFilter> combinedFilter(const FilterSet& filters, cons
     const long w = size.x(), h = size.y();
     const bool preview = scale != 1.0;
     if (preview)   // values wrong at any size are reported, also while dragging
-        for (std::size_t i = 0; i < filters.size(); ++i)
-            try {
-                libraryFilter(filters[i], kxPair<long>(1, 1), 1.0);
-            } catch (const kxException& e) {
-                throw BadRequest("filter " + std::to_string(i + 1) + ": " + e.what());
-            }
+        checkFilterSet(filters);
     // For one Gabor reject this is the filter command's two-lobe gain, bit
     // for bit: 1.0 times the product of the two lobes, rounded to float once.
     // Each filter's gain is multiplied in as soon as it is made, so that one

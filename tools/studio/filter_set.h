@@ -40,6 +40,13 @@ constexpr std::size_t kMaxFilters = 32;
 // The library checks the values themselves when the filters are built.
 FilterSet parseFilterSet(const std::string& text);
 
+// The Gabor reject's angle in radians, as the filter command converts it.
+double angleRadians(const StudioFilter& filter);
+
+// BadRequest, with the filter's number and the library's message, for a
+// value the library refuses at any size.
+void checkFilterSet(const FilterSet& filters);
+
 // One filter for a spectrum of padded size `size`, whose result equals the
 // set applied as the filter command applies each kind: a single ring is its
 // band-reject filter; otherwise the product of the gains (a Gabor reject's

@@ -1,10 +1,13 @@
 #include "session.h"
 
+#include "tiled_result.h"
+
 #include "../colormap.h"
 #include "../windowing.h"
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace kxstudio {
 
@@ -55,6 +58,22 @@ kxio::GreyImage spectrumPicture(const kxFrequencyBuffer& spectrum, double& low, 
     });
 }
 
+// The threads a tiled image's work is spread over (results are the same
+// for any number).
+unsigned tileJobs() { return std::max(1u, std::min(4u, std::thread::hardware_concurrency())); }
+
+// The Welch spectrum of a tiled image, on which its spectrum picture and its
+// periodic components are taken (as kfFindPeriodicComponentsTiled takes
+// them): frequencies in cycles per pixel of the whole image.
+kxFrequencyBuffer welchSpectrum(const kxio::GreyImage& image)
+{
+    kxWelchOptions options;
+    options.segment = kWelchSegment;
+    options.jobs = tileJobs();
+    return image.bits == 8 ? kfWelchSpectrum(kfImageView<unsigned char>(image.pixels8), options)
+                           : kfWelchSpectrum(kfImageView<unsigned short>(image.pixels16), options);
+}
+
 std::vector<kxPeriodicComponent> componentsOf(const kxio::GreyImage& image)
 {
     if (image.width() < 8 || image.height() < 8)
@@ -68,19 +87,29 @@ std::vector<kxPeriodicComponent> componentsOf(const kxio::GreyImage& image)
 Session::Session(const std::string& path, const kxio::Region& region, kxio::GreyImage image)
     : path_(path), region_(region), image_(std::move(image))
 {
-    kxcli::forward(image_, kxcli::Padding::Mirror, spectrum_);
+    tiled_ = image_.width() > kfMaxTransformSide || image_.height() > kfMaxTransformSide;
+    if (!tiled_)
+        kxcli::forward(image_, kxcli::Padding::Mirror, spectrum_);
     previewFactor_ = (std::max(image_.width(), image_.height()) + kPreviewSide - 1) / kPreviewSide;
     preview_ = previewFactor_ > 1 ? reduced(image_, previewFactor_) : image_;
     kxcli::forward(preview_, kxcli::Padding::Mirror, previewSpectrum_);
 
-    imagePng_ = kxio::encodeImage("image.png", image_, kxio::Format::Png);
+    imagePng_ = kxio::encodeImage("image.png", forDisplay(image_), kxio::Format::Png);
     // Shown as 'kxfreq spectrum' shows it: of the image under a Hann window,
     // so that its edges add no cross over the peaks. The filters act on the
-    // mirrored image's spectrum; the frequencies are the same.
-    kxFrequencyBuffer windowed;
-    kxcli::forwardWindowed(image_, kxWindow::hann(), windowed);
+    // mirrored image's spectrum; the frequencies are the same. A tiled
+    // image shows its Welch spectrum, of Hann-windowed tiles.
+    kxFrequencyBuffer shown;
+    std::vector<kxPeriodicComponent> components;
+    if (tiled_) {
+        shown = welchSpectrum(image_);
+        components = kfFindPeriodicComponents(shown);
+    } else {
+        kxcli::forwardWindowed(image_, kxWindow::hann(), shown);
+        components = componentsOf(image_);
+    }
     double low = 0, high = 0;
-    spectrumPng_ = kxio::encodeImage("spectrum.png", spectrumPicture(windowed, low, high), kxio::Format::Png);
+    spectrumPng_ = kxio::encodeImage("spectrum.png", spectrumPicture(shown, low, high), kxio::Format::Png);
     std::string colours;
     for (int level = 0; level < 256; ++level) {
         const kxcli::Rgb c = kxcli::colourOf(kxcli::Colormap::Magma, static_cast<unsigned char>(level));
@@ -90,16 +119,28 @@ Session::Session(const std::string& path, const kxio::Region& region, kxio::Grey
 
     infoJson_ = "{\"name\": " + kxcli::jsonString(path_) + ", \"width\": " + std::to_string(image_.width()) +
                 ", \"height\": " + std::to_string(image_.height()) + ", \"bits\": " + std::to_string(image_.bits) +
+                ", \"tiled\": " + (tiled_ ? "true" : "false") +
                 ", \"paddedWidth\": " + std::to_string(paddedWidth()) +
                 ", \"paddedHeight\": " + std::to_string(paddedHeight()) +
+                ", \"spectrumWidth\": " + std::to_string(shown.width()) +
+                ", \"spectrumHeight\": " + std::to_string(shown.height()) +
                 ", \"previewFactor\": " + std::to_string(previewFactor_) +
                 ", \"spectrumLow\": " + kxcli::jsonNumber(low) + ", \"spectrumHigh\": " + kxcli::jsonNumber(high) +
                 ", \"colormap\": [" + colours + "]" +
-                ", \"components\": " + kxcli::componentsJson(componentsOf(image_)) + "}";
+                ", \"components\": " + kxcli::componentsJson(components) + "}";
+}
+
+kxio::GreyImage Session::forDisplay(const kxio::GreyImage& image)
+{
+    const long factor = (std::max(image.width(), image.height()) + kDisplaySide - 1) / kDisplaySide;
+    return factor > 1 ? reduced(image, factor) : image;
 }
 
 std::unique_ptr<kxFrequencyFilter> Session::combined(const FilterSet& filters) const
 {
+    if (tiled_)
+        throw BadRequest("a filter file holds a filter of one padded size, and this image is larger than one "
+                         "transform: export the command or the Python code, which filter it in tiles");
     const std::lock_guard<std::mutex> lock(fullSize_);
     return combinedFilter(filters, kxPair<long>(paddedWidth(), paddedHeight()));
 }
@@ -109,6 +150,8 @@ kxio::GreyImage Session::render(const FilterSet& filters, bool preview) const
     std::unique_lock<std::mutex> lock(fullSize_, std::defer_lock);
     if (!preview)
         lock.lock();
+    if (!preview && tiled_)
+        return filterTiled(image_, filters, tileJobs());
     const kxio::GreyImage& image = preview ? preview_ : image_;
     kxFrequencyBuffer spectrum = preview ? previewSpectrum_ : spectrum_;
     const double scale = preview ? static_cast<double>(previewFactor_) : 1.0;

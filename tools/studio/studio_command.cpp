@@ -50,6 +50,10 @@ constexpr const char* kHost = "127.0.0.1";
 // The largest request body: an image file opened from the page (a 2048 x
 // 2048 16-bit image, uncompressed, is 8 MiB).
 constexpr std::size_t kMaxUpload = 16u << 20;
+// The longest side of an image given on the command line: it is held in
+// memory with two floating-point copies while several filters are applied
+// (1 GiB at 8192 x 8192). 'kxfreq filter' streams larger ones.
+constexpr long kMaxStudioSide = 8192;
 
 // The query parameters each route takes; anything else is refused.
 void requireParameters(const httplib::Request& req, const std::set<std::string>& allowed)
@@ -151,7 +155,9 @@ private:
     {
         const std::string name = uploadName(req);
         kxio::ReadLimits limits;
-        limits.hint = "; start the studio with --region X,Y,W,H to work on a part of it";
+        // Larger images are tiled, which the upload limit leaves to files given at start.
+        limits.hint = "; start the studio on the file itself (kxfreq studio IMAGE, with --region X,Y,W,H "
+                      "above " + std::to_string(kMaxStudioSide) + " a side)";
         kxio::GreyImage image = kxio::readImageFromMemory(reinterpret_cast<const unsigned char*>(req.body.data()),
                                                           req.body.size(), name, kxio::Region{}, limits);
         auto session = std::make_shared<const kxstudio::Session>(name, kxio::Region{}, std::move(image));
@@ -185,7 +191,7 @@ private:
                     guarded({"filters", "preview"}, [](const Session& s, const Request& req, Response& res) {
                         const auto begun = std::chrono::steady_clock::now();
                         const kxio::GreyImage result = s.render(filtersOf(req), previewOf(req));
-                        sendImage(res, bytes(kxstudio::displayBitmap(result)), "image/bmp", begun);
+                        sendImage(res, bytes(kxstudio::displayBitmap(Session::forDisplay(result))), "image/bmp", begun);
                     }));
         for (const auto& [extension, format] :
              {std::pair<std::string, kxio::Format>{".png", kxio::Format::Png}, {".tif", kxio::Format::Tiff}}) {
@@ -299,7 +305,11 @@ int runStudio(const std::vector<std::string>& args)
     mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
     const kxio::Region region = regionOption(options);
-    auto session = std::make_shared<const kxstudio::Session>(in, region, readInput(in, region));
+    kxio::ReadLimits limits;
+    limits.maxSide = kMaxStudioSide;
+    limits.hint = " by the studio, which holds it in memory; start it with --region X,Y,W,H to work on a part";
+    auto session =
+        std::make_shared<const kxstudio::Session>(in, region, kxio::readImage(in, region, limits, printNote));
 
     // Ctrl-C and SIGTERM are taken by one thread that stops the server; the
     // server's threads, started below, inherit the blocked mask.

@@ -108,69 +108,75 @@ protected:
     kxFilterDescription& operator=(const kxFilterDescription&) = default;
 };
 
-// The oriented band-pass filter (kxFrequencyFilterGabor), its result
-// doubled (see resultScale).
-class KXFREQ_API kxGaborDescription : public kxFilterDescription {
+// What the two Gabor descriptions share: the lobe's parameters and the
+// reach of its kernel. Use the two classes below.
+class KXFREQ_API kx_GaborShape : public kxFilterDescription {
 public:
     kxPair<double> sigma{0.01, 0.01};   // along, across the direction, cycles per pixel
     kxPair<double> plateau{0.0, 0.0};   // half-widths of the flat top, cycles per pixel
     double angle = 0.0;                 // radians
     double frequency = 0.1;             // cycles per pixel, 0 to 0.5
-    long dcRadius = 0;                  // cleared square, grid elements (0: none)
+    long dcRadius = 0;                  // square cleared (pass) or protected (reject), grid elements (0: none)
 
+    double kernelWidth() const override;
+    // One lobe's area.
+    double passBandArea() const override;
+
+protected:
+    kx_GaborShape() = default;
+};
+
+// The oriented band-pass filter (kxFrequencyFilterGabor), its result
+// doubled (see resultScale).
+class KXFREQ_API kxGaborDescription : public kx_GaborShape {
+public:
     std::unique_ptr<kxFilterDescription> clone() const override;
     std::unique_ptr<kxFrequencyFilter> makeFilter(const kxPair<long>& size) const override;
     double resultScale() const override { return 2.0; }
-    double kernelWidth() const override;
-    double passBandArea() const override;
 };
 
 // The Gabor reject filter for a real pattern: the lobe at `angle` and its
 // mirror at angle + pi are both rejected: makeFilter gives a
 // kxFrequencyFilterImage whose gain is the one-lobe filter's gain times its
 // gain at the mirrored frequency.
-class KXFREQ_API kxGaborRejectDescription : public kxFilterDescription {
+class KXFREQ_API kxGaborRejectDescription : public kx_GaborShape {
 public:
-    kxPair<double> sigma{0.01, 0.01};   // along, across the direction, cycles per pixel
-    kxPair<double> plateau{0.0, 0.0};   // half-widths of the flat top, cycles per pixel
-    double angle = 0.0;                 // radians
-    double frequency = 0.1;             // cycles per pixel, 0 to 0.5
-    long dcRadius = 0;                  // protected square, grid elements (0: none)
-
     std::unique_ptr<kxFilterDescription> clone() const override;
     std::unique_ptr<kxFrequencyFilter> makeFilter(const kxPair<long>& size) const override;
     // The one-lobe kxFrequencyFilterGaborReject for that size.
     std::unique_ptr<kxFrequencyFilter> makeOneLobeFilter(const kxPair<long>& size) const;
+    // Both lobes' area.
+    double passBandArea() const override;
+};
+
+// What the two radial descriptions share: the ring's parameters and the
+// reach of its kernel. Use the two classes below.
+class KXFREQ_API kx_RingShape : public kxFilterDescription {
+public:
+    double sigma = 0.01;      // flank standard deviation, cycles per pixel
+    double plateau = 0.0;     // half-width of the flat ring, cycles per pixel
+    double frequency = 0.1;   // ring radius, cycles per pixel, 0 to 0.5
+    long dcRadius = 0;        // square cleared (pass) or protected (reject), grid elements (0: none)
+
     double kernelWidth() const override;
     double passBandArea() const override;
+
+protected:
+    kx_RingShape() = default;
 };
 
 // The radial band-pass filter (kxFrequencyFilterBandPass).
-class KXFREQ_API kxBandPassDescription : public kxFilterDescription {
+class KXFREQ_API kxBandPassDescription : public kx_RingShape {
 public:
-    double sigma = 0.01;      // flank standard deviation, cycles per pixel
-    double plateau = 0.0;     // half-width of the flat ring, cycles per pixel
-    double frequency = 0.1;   // ring radius, cycles per pixel, 0 to 0.5
-    long dcRadius = 0;        // cleared square, grid elements (0: none)
-
     std::unique_ptr<kxFilterDescription> clone() const override;
     std::unique_ptr<kxFrequencyFilter> makeFilter(const kxPair<long>& size) const override;
-    double kernelWidth() const override;
-    double passBandArea() const override;
 };
 
 // The radial band-reject filter (kxFrequencyFilterBandReject).
-class KXFREQ_API kxBandRejectDescription : public kxFilterDescription {
+class KXFREQ_API kxBandRejectDescription : public kx_RingShape {
 public:
-    double sigma = 0.01;      // flank standard deviation, cycles per pixel
-    double plateau = 0.0;     // half-width of the flat ring, cycles per pixel
-    double frequency = 0.1;   // ring radius, cycles per pixel, 0 to 0.5
-    long dcRadius = 0;        // protected square, grid elements (0: none)
-
     std::unique_ptr<kxFilterDescription> clone() const override;
     std::unique_ptr<kxFrequencyFilter> makeFilter(const kxPair<long>& size) const override;
-    double kernelWidth() const override;
-    double passBandArea() const override;
 };
 
 // Notches at periodic components and their harmonics (kfPeriodicRejectFilter)
