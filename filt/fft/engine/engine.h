@@ -8,8 +8,9 @@
 //
 // Numerics are fixed bit for bit: a split-radix decimation-in-frequency
 // kernel in single precision with rotation factors advanced by recurrence
-// from a 16-entry table, so any faster path must reproduce the scalar
-// kernel's every operation in the same order.
+// from a 16-entry table, so any faster path must give every element the
+// scalar kernel's operations on the same values in the same order (only
+// independent blocks of the transform may run in another order).
 //
 // Threads: each entry point may share its lines among `threads` threads,
 // the calling thread included (1, the default: the calling thread alone).

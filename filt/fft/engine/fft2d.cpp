@@ -359,6 +359,18 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     // whose other lanes read the columns after it (never used, never written
     // back); it is its own mirror image. It runs after the others, which
     // write the columns it reads.
+    const kf_LaneWidth* whole = widestFor(widths, width);
+    if (whole && whole->lanes == width) {
+        // A narrow matrix: one group over every column, its redundant half
+        // transformed with the rest and then overwritten by the conjugates
+        // (one long transform instead of two on narrower lanes). It polls
+        // once, as the groups below do for widths up to the widest lanes.
+        group.keep = ~0u;
+        group.scratch = scratch.forSlot(0);
+        kxAttention::check();
+        whole->realColumns(group, 0, width);
+        return;
+    }
     const int last = columnCount - 1;
     runLines(
         widths, group, last, kEveryLine,

@@ -44,99 +44,153 @@ static inline int kf_Log2(int n)
     return m;
 }
 
-// One row of n complex elements (n a power of two), transformed in place.
-//
-// The published algorithm addresses the row 1-based: element e has its real
+// The published algorithm addresses a row 1-based: element e has its real
 // part x(e) and imaginary part y(e); here x(e) = row[2e - 2], y(e) = row[2e - 1].
-// The inverse runs by conjugating before and after.
 template <typename Lane>
-void kf_SplitRadixRow(Lane* row, int n, kf_Direction direction, const kf_RotationTable& rotation,
-                      const std::int32_t* bitReverse)
+struct kf_RowElements {
+    Lane* row;
+    Lane& x(int e) const { return row[2 * e - 2]; }
+    Lane& y(int e) const { return row[2 * e - 1]; }
+};
+
+// The L-shaped butterflies of blocks of n2 elements: for each j in 1..n2/4,
+// `starts(butterfly, j)` calls butterfly(i0) with the 1-based index i0 of
+// element j of every block to run. The rotations for j advance by
+// recurrence in single precision from the table entry of n2 alone, so every
+// block of one size meets the same factors whichever order blocks run in.
+template <typename Lane, typename Starts>
+void kf_LButterflies(kf_RowElements<Lane> r, int n2, const kf_RotationTable& rotation, Starts starts)
 {
-    auto x = [row](int e) -> Lane& { return row[2 * e - 2]; };
-    auto y = [row](int e) -> Lane& { return row[2 * e - 1]; };
+    const int n4 = n2 / 4;
+    const float* step = rotation.entry[kf_Log2(n2)];
+    const float cosT = step[0], sinT = step[1], cos3T = step[2], sin3T = step[3];
+    float cc1 = 1.0f, ss1 = 0.0f, cc3 = 1.0f, ss3 = 0.0f;
+    for (int j = 1; j <= n4; ++j) {
+        starts([&](int i0) {
+            const int i1 = i0 + n4, i2 = i1 + n4, i3 = i2 + n4;
+            Lane r1 = r.x(i0) - r.x(i2);
+            r.x(i0) = r.x(i0) + r.x(i2);
+            Lane r2 = r.x(i1) - r.x(i3);
+            r.x(i1) = r.x(i1) + r.x(i3);
+            Lane s1 = r.y(i0) - r.y(i2);
+            r.y(i0) = r.y(i0) + r.y(i2);
+            Lane s2 = r.y(i1) - r.y(i3);
+            r.y(i1) = r.y(i1) + r.y(i3);
+            const Lane s3 = r1 - s2;
+            r1 = r1 + s2;
+            s2 = r2 - s1;
+            r2 = r2 + s1;
+            r.x(i2) = r1 * cc1 - s2 * ss1;
+            r.y(i2) = -s2 * cc1 - r1 * ss1;
+            r.x(i3) = s3 * cc3 + r2 * ss3;
+            r.y(i3) = r2 * cc3 - s3 * ss3;
+        }, j);
+        // The accumulated rounding of the recurrence is part of the
+        // engine's numerics.
+        const float c1 = cc1 * cosT - ss1 * sinT;
+        ss1 = ss1 * cosT + cc1 * sinT;
+        cc1 = c1;
+        const float c3 = cc3 * cos3T - ss3 * sin3T;
+        ss3 = ss3 * cos3T + cc3 * sin3T;
+        cc3 = c3;
+    }
+}
 
-    if (direction == kf_Direction::Inverse)
-        for (int e = 1; e <= n; ++e)
-            y(e) = -y(e);
+// The length-2 butterfly of the block of two elements starting at i0.
+template <typename Lane>
+void kf_PairButterfly(kf_RowElements<Lane> r, int i0)
+{
+    const int i1 = i0 + 1;
+    Lane t = r.x(i0);
+    r.x(i0) = t + r.x(i1);
+    r.x(i1) = t - r.x(i1);
+    t = r.y(i0);
+    r.y(i0) = t + r.y(i1);
+    r.y(i1) = t - r.y(i1);
+}
 
-    const int m = kf_Log2(n);
-
-    // L-shaped butterflies, stage by stage.
-    int n2 = 2 * n;
-    for (int stage = 1; stage < m; ++stage) {
-        n2 /= 2;
-        const int n4 = n2 / 4;
-        const float* step = rotation.entry[m + 1 - stage];
-        const float cosT = step[0], sinT = step[1], cos3T = step[2], sin3T = step[3];
-        float cc1 = 1.0f, ss1 = 0.0f, cc3 = 1.0f, ss3 = 0.0f;
-        for (int j = 1; j <= n4; ++j) {
+// Every butterfly of a row of n elements, stage by stage (breadth first),
+// as published.
+template <typename Lane>
+void kf_ButterfliesByStage(kf_RowElements<Lane> r, int n, const kf_RotationTable& rotation)
+{
+    for (int n2 = n; n2 >= 4; n2 /= 2) {
+        const int id0 = 2 * n2;
+        kf_LButterflies(r, n2, rotation, [n, n2, id0](auto&& butterfly, int j) {
             int is = j;
-            int id = 2 * n2;
+            int id = id0;
             while (is < n) {
-                for (int i0 = is; i0 <= n - 1; i0 += id) {
-                    const int i1 = i0 + n4, i2 = i1 + n4, i3 = i2 + n4;
-                    Lane r1 = x(i0) - x(i2);
-                    x(i0) = x(i0) + x(i2);
-                    Lane r2 = x(i1) - x(i3);
-                    x(i1) = x(i1) + x(i3);
-                    Lane s1 = y(i0) - y(i2);
-                    y(i0) = y(i0) + y(i2);
-                    Lane s2 = y(i1) - y(i3);
-                    y(i1) = y(i1) + y(i3);
-                    const Lane s3 = r1 - s2;
-                    r1 = r1 + s2;
-                    s2 = r2 - s1;
-                    r2 = r2 + s1;
-                    x(i2) = r1 * cc1 - s2 * ss1;
-                    y(i2) = -s2 * cc1 - r1 * ss1;
-                    x(i3) = s3 * cc3 + r2 * ss3;
-                    y(i3) = r2 * cc3 - s3 * ss3;
-                }
+                for (int i0 = is; i0 <= n - 1; i0 += id)
+                    butterfly(i0);
                 is = 2 * id - n2 + j;
                 id = 4 * id;
             }
-            // The rotations advance by recurrence in single precision; the
-            // accumulated rounding is part of the engine's numerics.
-            const float c1 = cc1 * cosT - ss1 * sinT;
-            ss1 = ss1 * cosT + cc1 * sinT;
-            cc1 = c1;
-            const float c3 = cc3 * cos3T - ss3 * sin3T;
-            ss3 = ss3 * cos3T + cc3 * sin3T;
-            cc3 = c3;
-        }
+        });
     }
+    for (int is = 1, id = 4; is < n; is = 2 * id - 1, id *= 4)
+        for (int i0 = is; i0 <= n; i0 += id)
+            kf_PairButterfly(r, i0);
+}
 
-    // Length-2 butterflies.
-    for (int is = 1, id = 4; is < n; is = 2 * id - 1, id *= 4) {
-        for (int i0 = is; i0 <= n; i0 += id) {
-            const int i1 = i0 + 1;
-            Lane t = x(i0);
-            x(i0) = t + x(i1);
-            x(i1) = t - x(i1);
-            t = y(i0);
-            y(i0) = t + y(i1);
-            y(i1) = t - y(i1);
-        }
+// The same butterflies depth first: a block of n2 elements runs its own
+// L-butterflies, then its three sub-blocks (n2/2, n2/4, n2/4 elements) run
+// theirs. Each element meets the same operations on the same values as
+// stage by stage; only independent blocks change order. Blocks of at most
+// `fitElements` elements (a size that stays in the first-level cache) run
+// stage by stage.
+template <typename Lane>
+void kf_ButterfliesByBlock(kf_RowElements<Lane> r, int n2, const kf_RotationTable& rotation, int fitElements)
+{
+    if (n2 <= fitElements || n2 < 4) {
+        kf_ButterfliesByStage(r, n2, rotation);
+        return;
     }
+    kf_LButterflies(r, n2, rotation, [](auto&& butterfly, int j) { butterfly(j); });
+    kf_ButterfliesByBlock(r, n2 / 2, rotation, fitElements);
+    kf_ButterfliesByBlock(kf_RowElements<Lane>{r.row + n2}, n2 / 4, rotation, fitElements);
+    kf_ButterfliesByBlock(kf_RowElements<Lane>{r.row + n2 + n2 / 2}, n2 / 4, rotation, fitElements);
+}
+
+// One row of n complex elements (n a power of two), transformed in place:
+// the butterflies depth first down to blocks of `fitElements` (n or more:
+// stage by stage throughout, the published order), then the unscrambling.
+// The inverse runs by conjugating before and after.
+template <typename Lane>
+void kf_SplitRadixRow(Lane* row, int n, kf_Direction direction, const kf_RotationTable& rotation,
+                      const std::int32_t* bitReverse, int fitElements)
+{
+    const kf_RowElements<Lane> r{row};
+    if (direction == kf_Direction::Inverse)
+        for (int e = 1; e <= n; ++e)
+            r.y(e) = -r.y(e);
+
+    kf_ButterfliesByBlock(r, n, rotation, fitElements);
 
     // Unscramble into natural order.
     for (int i = n - 2; i >= 1; --i) {
         const std::int32_t partner = bitReverse[i];
         if (partner >= 0) {
             const int j = partner / 2;
-            Lane t = x(j);
-            x(j) = x(i);
-            x(i) = t;
-            t = y(j);
-            y(j) = y(i);
-            y(i) = t;
+            Lane t = r.x(j);
+            r.x(j) = r.x(i);
+            r.x(i) = t;
+            t = r.y(j);
+            r.y(j) = r.y(i);
+            r.y(i) = t;
         }
     }
 
     if (direction == kf_Direction::Inverse)
         for (int e = 1; e <= n; ++e)
-            y(e) = -y(e);
+            r.y(e) = -r.y(e);
+}
+
+// The published order, stage by stage: the scalar reference.
+template <typename Lane>
+void kf_SplitRadixRow(Lane* row, int n, kf_Direction direction, const kf_RotationTable& rotation,
+                      const std::int32_t* bitReverse)
+{
+    kf_SplitRadixRow(row, n, direction, rotation, bitReverse, n);
 }
 
 // Turns the half-length complex transform of a packed real row into the

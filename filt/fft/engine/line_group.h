@@ -13,6 +13,14 @@
 #include "fft/engine/kernel.h"
 #include "fft/engine/variants.h"
 
+// Blocks of a line group's scratch that stay in the first-level cache (32 KiB
+// of a lane's reals and imaginaries) run their butterflies there, depth first.
+template <typename Lane>
+constexpr int kf_FitElements()
+{
+    return static_cast<int>(32768 / (2 * sizeof(Lane)));
+}
+
 template <typename Lane>
 void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
 {
@@ -111,7 +119,8 @@ void kf_ComplexLines(const kf_LineGroup& group)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     kf_GatherLines(group, lanes, group.n);
-    kf_SplitRadixRow<Lane>(lanes, group.n, group.direction, *group.rotation, group.bitReverse);
+    kf_SplitRadixRow<Lane>(lanes, group.n, group.direction, *group.rotation, group.bitReverse,
+                           kf_FitElements<Lane>());
     kf_ScatterLines(group, lanes, group.n);
 }
 
@@ -124,7 +133,8 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     // The untangling writes element n and, for n = 1, reads it first.
     lanes[2 * n] = Lane(0.0f);
     lanes[2 * n + 1] = Lane(0.0f);
-    kf_SplitRadixRow<Lane>(lanes, n, group.direction, *group.rotation, group.bitReverse);
+    kf_SplitRadixRow<Lane>(lanes, n, group.direction, *group.rotation, group.bitReverse,
+                           kf_FitElements<Lane>());
     kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1);
 }
@@ -136,7 +146,8 @@ void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     const int H = group.n;
     kf_GatherLines(group, lanes, H);
-    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse);
+    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse,
+                           kf_FitElements<Lane>());
     kf_ScatterLines(group, lanes, H);
 
     // The conjugates, written while the columns are at hand. Negation is the
