@@ -121,9 +121,6 @@ public:
     double kernelWidth() const override;
     // One lobe's area.
     double passBandArea() const override;
-
-protected:
-    kx_GaborShape() = default;
 };
 
 // The oriented band-pass filter (kxFrequencyFilterGabor), its result
@@ -160,9 +157,6 @@ public:
 
     double kernelWidth() const override;
     double passBandArea() const override;
-
-protected:
-    kx_RingShape() = default;
 };
 
 // The radial band-pass filter (kxFrequencyFilterBandPass).
