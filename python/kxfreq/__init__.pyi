@@ -151,35 +151,35 @@ def remove_texture(
 def band_reject(
     image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
     margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
-    channel_axis: int = ...
+    channel_axis: int = ..., alpha: Optional[bool] = ...
 ) -> numpy.ndarray:
     """The image with a ring of radial frequencies suppressed; the image's shape and dtype unless dtype is given."""
 
 def band_pass(
     image: _Image, *, frequency: float, sigma: float, plateau: float = ..., dc_radius: int = ..., tile: int = ...,
     margin: Optional[int] = ..., jobs: int = ..., output: str = ..., dtype: Optional[_DTypeLike] = ...,
-    channel_axis: int = ...
+    channel_axis: int = ..., alpha: Optional[bool] = ...
 ) -> numpy.ndarray:
     """The image's ring of radial frequencies alone (output "real", "signed" or "magnitude")."""
 
 def gabor(
     image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
     tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
-    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ..., alpha: Optional[bool] = ...
 ) -> numpy.ndarray:
     """The image's oriented band at `frequency` cycles per pixel in direction `angle`, doubled."""
 
 def gabor_reject(
     image: _Image, *, frequency: float, sigma: _Pair, angle: float = ..., plateau: _Pair = ..., dc_radius: int = ...,
     tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
-    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ..., alpha: Optional[bool] = ...
 ) -> numpy.ndarray:
     """The image without the oriented pattern at `frequency` in direction `angle` (both lobes)."""
 
 def reject_components(
     image: _Image, components: Sequence[Dict[str, Any]], *, width_scale: float = ..., min_sigma: float = ...,
     tile: int = ..., margin: Optional[int] = ..., jobs: int = ..., output: str = ...,
-    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ...
+    dtype: Optional[_DTypeLike] = ..., channel_axis: int = ..., alpha: Optional[bool] = ...
 ) -> numpy.ndarray:
     """The image with the given periodic components (as find_peaks gives them) notched out, in tiles."""
 

@@ -43,7 +43,7 @@ def radial_description(frequency, sigma, plateau=0.0, dc_radius=0, reject=False)
 
 
 def band_reject(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=TILE, margin=None, jobs=1,
-                output="real", dtype=None, channel_axis=-1):
+                output="real", dtype=None, channel_axis=-1, alpha=None):
     """The image with a ring of radial frequencies suppressed.
 
     frequency: the ring's radius and sigma: its Gaussian flanks' standard
@@ -51,11 +51,11 @@ def band_reject(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=TILE,
     part; dc_radius: the square of grid elements around the zero frequency
     kept as it is (0: none). See band_pass for the other arguments."""
     return radial_description(frequency, sigma, plateau, dc_radius, reject=True).filter(
-        image, tile, margin, jobs, output, dtype, channel_axis)
+        image, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def band_pass(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=TILE, margin=None, jobs=1,
-              output="real", dtype=None, channel_axis=-1):
+              output="real", dtype=None, channel_axis=-1, alpha=None):
     """The image's ring of radial frequencies alone.
 
     image: a 2-D array of any size (uint8, uint16, float32, float64, or a
@@ -65,32 +65,34 @@ def band_pass(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=TILE, m
     the zero frequency cleared (0: none). tile: the tile side, a power of two
     from 64 to 2048; margin: the overlap in pixels (None: what the kernel
     needs for the output's depth); jobs: threads. output: "real" (default),
-    "signed" (mid-grey added to integer results) or "magnitude". The result
+    "signed" (mid-grey added to integer results) or "magnitude". alpha: the
+    last channel is an alpha channel, copied as it is (None: when there are
+    two or four channels, as the tool keeps a file's alpha). The result
     has the image's shape and, unless dtype (float32 or float64, unrounded)
     is given, its dtype: integers rounded and clipped."""
     return radial_description(frequency, sigma, plateau, dc_radius).filter(
-        image, tile, margin, jobs, output, dtype, channel_axis)
+        image, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def gabor(image, *, frequency, sigma, angle=0.0, plateau=0.0, dc_radius=0, tile=TILE, margin=None, jobs=1,
-          output="real", dtype=None, channel_axis=-1):
+          output="real", dtype=None, channel_axis=-1, alpha=None):
     """The image's oriented band around `frequency` cycles per pixel in
     direction `angle` (radians): a one-sided Gaussian lobe whose result is
     doubled, so that "real" gives the pattern and "magnitude" its envelope.
     sigma and plateau: one number or (along, across) the direction. See
     band_pass for the other arguments."""
     return gabor_description(frequency, sigma, angle, plateau, dc_radius).filter(
-        image, tile, margin, jobs, output, dtype, channel_axis)
+        image, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def gabor_reject(image, *, frequency, sigma, angle=0.0, plateau=0.0, dc_radius=0, tile=TILE, margin=None, jobs=1,
-                 output="real", dtype=None, channel_axis=-1):
+                 output="real", dtype=None, channel_axis=-1, alpha=None):
     """The image without the oriented pattern at `frequency` cycles per pixel
     in direction `angle` (radians): both lobes of the real pattern are
     rejected. dc_radius: the square around the zero frequency kept as it
     is. See gabor and band_pass for the other arguments."""
     return gabor_description(frequency, sigma, angle, plateau, dc_radius, reject=True).filter(
-        image, tile, margin, jobs, output, dtype, channel_axis)
+        image, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def welch_spectrum(image, *, segment=1024, overlap=0.5, window="hann", taper=0.5, jobs=1):
@@ -106,9 +108,9 @@ def welch_spectrum(image, *, segment=1024, overlap=0.5, window="hann", taper=0.5
 
 
 def reject_components(image, components, *, width_scale=1.5, min_sigma=0.01, tile=TILE, margin=None, jobs=1,
-                      output="real", dtype=None, channel_axis=-1):
+                      output="real", dtype=None, channel_axis=-1, alpha=None):
     """The image with the periodic components `components` (dicts as
     find_peaks gives them) and their harmonics notched out, both lobes of
     each, in tiles: what remove_texture does after its search."""
     description = _kxfreq._PeriodicRejectDescription(list(components), width_scale, min_sigma)
-    return description.filter(image, tile, margin, jobs, output, dtype, channel_axis)
+    return description.filter(image, tile, margin, jobs, output, dtype, channel_axis, alpha)

@@ -29,10 +29,11 @@ __all__ = ["band_pass", "band_reject", "gabor", "gabor_reject", "reject_componen
            "find_peaks", "remove_texture"]
 
 
-def _grey_axes(shape, channel_axis):
-    """The row and column axes of an image of this shape, checked as the
-    in-memory functions check them (on a view of one zero, without memory)."""
-    return kxfreq._kxfreq._image_axes(numpy.broadcast_to(numpy.uint8(0), shape), channel_axis)
+def _grey_axes(shape, channel_axis, alpha=None):
+    """The row and column axes of an image of this shape and whether its last
+    channel is kept as alpha, checked as the in-memory functions check them
+    (on a view of one zero, without memory)."""
+    return kxfreq._kxfreq._image_axes(numpy.broadcast_to(numpy.uint8(0), shape), channel_axis, alpha)
 
 
 def _output_dtype(image_dtype, dtype):
@@ -46,10 +47,12 @@ def _block_filter(block, function, params, margin, options):
     return getattr(kxfreq, function)(block, **params, margin=margin, **options)
 
 
-def _filtered(function, image, description, params, tile, margin, jobs, output, dtype, channel_axis):
+def _filtered(function, image, description, params, tile, margin, jobs, output, dtype, channel_axis, alpha):
     image = da.asarray(image)
     out_dtype = _output_dtype(image.dtype, dtype)
-    rows, columns = _grey_axes(image.shape, channel_axis)
+    # Whether the last channel is alpha is decided on the whole image, and
+    # each block is told, since a block sees only its own channels.
+    rows, columns, alpha = _grey_axes(image.shape, channel_axis, alpha)
     # The margin the in-memory function would use (checked against the tile).
     margin = description.margin(image.dtype, dtype, tile, margin)
     depth, chunks = {a: 0 for a in range(image.ndim)}, list(image.chunks)
@@ -61,53 +64,56 @@ def _filtered(function, image, description, params, tile, margin, jobs, output, 
             continue
         chunks[axis] = ensure_minimum_chunksize(margin, image.chunks[axis])
         depth[axis] = margin
+    if alpha:
+        channels = 3 - rows - columns
+        chunks[channels] = (image.shape[channels],)  # the alpha channel must stay the last of its block
     image = image.rechunk(tuple(chunks))
-    options = dict(tile=tile, jobs=jobs, output=output, dtype=dtype, channel_axis=channel_axis)
+    options = dict(tile=tile, jobs=jobs, output=output, dtype=dtype, channel_axis=channel_axis, alpha=alpha)
     return da.map_overlap(_block_filter, image, depth=depth, boundary="reflect", trim=True, dtype=out_dtype,
                           meta=numpy.empty((0,) * image.ndim, dtype=out_dtype), function=function,
                           params=params, margin=margin, options=options)
 
 
 def band_reject(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=_arrays.TILE, margin=None, jobs=1,
-                output="real", dtype=None, channel_axis=-1):
+                output="real", dtype=None, channel_axis=-1, alpha=None):
     """kxfreq.band_reject over a dask array (a lazy dask array of the result)."""
     params = dict(frequency=frequency, sigma=sigma, plateau=plateau, dc_radius=dc_radius)
     description = _arrays.radial_description(frequency, sigma, plateau, dc_radius, reject=True)
-    return _filtered("band_reject", image, description, params, tile, margin, jobs, output, dtype, channel_axis)
+    return _filtered("band_reject", image, description, params, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def band_pass(image, *, frequency, sigma, plateau=0.0, dc_radius=0, tile=_arrays.TILE, margin=None, jobs=1,
-              output="real", dtype=None, channel_axis=-1):
+              output="real", dtype=None, channel_axis=-1, alpha=None):
     """kxfreq.band_pass over a dask array."""
     params = dict(frequency=frequency, sigma=sigma, plateau=plateau, dc_radius=dc_radius)
     description = _arrays.radial_description(frequency, sigma, plateau, dc_radius)
-    return _filtered("band_pass", image, description, params, tile, margin, jobs, output, dtype, channel_axis)
+    return _filtered("band_pass", image, description, params, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def gabor(image, *, frequency, sigma, angle=0.0, plateau=0.0, dc_radius=0, tile=_arrays.TILE, margin=None, jobs=1,
-          output="real", dtype=None, channel_axis=-1):
+          output="real", dtype=None, channel_axis=-1, alpha=None):
     """kxfreq.gabor over a dask array."""
     params = dict(frequency=frequency, sigma=sigma, angle=angle, plateau=plateau, dc_radius=dc_radius)
     description = _arrays.gabor_description(frequency, sigma, angle, plateau, dc_radius)
-    return _filtered("gabor", image, description, params, tile, margin, jobs, output, dtype, channel_axis)
+    return _filtered("gabor", image, description, params, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def gabor_reject(image, *, frequency, sigma, angle=0.0, plateau=0.0, dc_radius=0, tile=_arrays.TILE, margin=None,
-                 jobs=1, output="real", dtype=None, channel_axis=-1):
+                 jobs=1, output="real", dtype=None, channel_axis=-1, alpha=None):
     """kxfreq.gabor_reject over a dask array."""
     params = dict(frequency=frequency, sigma=sigma, angle=angle, plateau=plateau, dc_radius=dc_radius)
     description = _arrays.gabor_description(frequency, sigma, angle, plateau, dc_radius, reject=True)
-    return _filtered("gabor_reject", image, description, params, tile, margin, jobs, output, dtype, channel_axis)
+    return _filtered("gabor_reject", image, description, params, tile, margin, jobs, output, dtype, channel_axis, alpha)
 
 
 def reject_components(image, components, *, width_scale=1.5, min_sigma=0.01, tile=_arrays.TILE, margin=None,
-                      jobs=1, output="real", dtype=None, channel_axis=-1):
+                      jobs=1, output="real", dtype=None, channel_axis=-1, alpha=None):
     """kxfreq.reject_components over a dask array."""
     components = [dict(c) for c in components]
     params = dict(components=components, width_scale=width_scale, min_sigma=min_sigma)
     description = kxfreq._kxfreq._PeriodicRejectDescription(components, width_scale, min_sigma)
     return _filtered("reject_components", image, description, params, tile, margin, jobs, output, dtype,
-                     channel_axis)
+                     channel_axis, alpha)
 
 
 # ---------------------------------------------------------------------------

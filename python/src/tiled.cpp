@@ -114,20 +114,45 @@ kxImageView<T> channelView(Array& a, const Axes& x, long channel)
     return v;
 }
 
+// The channel left as it is: with `alpha` None, the last of two or four
+// (grey or colour with an alpha channel, kept as the tool keeps a file's
+// alpha); True: the last of two or more; False: none. -1 for none.
+long alphaChannel(const Axes& axes, const py::object& alpha)
+{
+    const bool keep = alpha.is_none() ? axes.channelCount == 2 || axes.channelCount == 4 : alpha.cast<bool>();
+    if (keep && axes.channelCount < 2)
+        refuseArgument("alpha=True needs an image with two or more channels, not " +
+                       std::to_string(axes.channelCount));
+    return keep ? axes.channelCount - 1 : -1;
+}
+
+// The alpha channel, copied into the result's type (it is the image's own,
+// or a floating-point type that holds it exactly).
+template <typename In, typename Out>
+void copyChannel(const kxImageView<const In>& from, const kxImageView<Out>& to)
+{
+    for (long y = 0; y < from.height; ++y)
+        for (long x = 0; x < from.width; ++x)
+            to(x, y) = static_cast<Out>(from(x, y));
+}
+
 py::dtype dtypeOf(PixelType t)
 {
     return withSampleType(t, [](auto sample) { return py::dtype::of<decltype(sample)>(); });
 }
 
-// Filters every channel of `image` with `description` into a new array of
-// the image's shape; the GIL is released while the tiles are computed.
+// Filters every channel of `image` but its alpha channel with `description`
+// into a new array of the image's shape; the GIL is released while the
+// tiles are computed.
 py::array filterArray(const Description& description, const py::object& image, long tile, const py::object& margin,
-                      long jobs, const std::string& output, const py::object& dtype, long channelAxis)
+                      long jobs, const std::string& output, const py::object& dtype, long channelAxis,
+                      const py::object& alpha)
 {
     const ImageArray in = imageArray(image, "image", eChannels | eFloat32);
     const PixelType outType = resultType(in, dtype);
     const kxTileOptions options = tileOptions(tile, margin, jobs, output);
     const Axes axes = axesOf(in.array, channelAxis);
+    const long alphaAt = alphaChannel(axes, alpha);
     std::vector<py::ssize_t> shape(in.array.shape(), in.array.shape() + in.array.ndim());
     py::array result(dtypeOf(outType), shape);
     withSampleType(in.type, [&](auto inSample) {
@@ -141,8 +166,12 @@ py::array filterArray(const Description& description, const py::object& image, l
                 to.push_back(channelView<Out>(result, axes, c));
             }
             py::gil_scoped_release release;
-            for (std::size_t c = 0; c < from.size(); ++c)
-                kfFilterTiled(from[c], description, to[c], options);
+            for (std::size_t c = 0; c < from.size(); ++c) {
+                if (static_cast<long>(c) == alphaAt)
+                    copyChannel(from[c], to[c]);
+                else
+                    kfFilterTiled(from[c], description, to[c], options);
+            }
             return 0;
         });
     });
@@ -305,7 +334,7 @@ void bindTiled(py::module_& m)
         m, "_FilterDescription", "A filter without a size, for images of any size (tiled).");
     base.def("filter", &filterArray, py::arg("image"), py::arg("tile"), py::arg("margin"), py::arg("jobs"),
              py::arg("output"), py::arg("dtype"), py::arg("channel_axis"),
-             "The filtered image, of the image's shape.");
+             py::arg("alpha"), "The filtered image, of the image's shape.");
     base.def("margin", &marginFor, py::arg("image_dtype"), py::arg("dtype"), py::arg("tile"), py::arg("margin"),
              "The overlap margin filter() uses for an image of dtype image_dtype and its dtype argument.");
     base.def_property_readonly("kernel_width", &Description::kernelWidth,
@@ -327,12 +356,13 @@ void bindTiled(py::module_& m)
 
     m.def(
         "_image_axes",
-        [](const py::object& image, long channelAxis) {
+        [](const py::object& image, long channelAxis, const py::object& alpha) {
             const Axes axes = axesOf(imageArray(image, "image", eChannels).array, channelAxis);
-            return py::make_tuple(axes.rows, axes.columns);
+            return py::make_tuple(axes.rows, axes.columns, alphaChannel(axes, alpha) >= 0);
         },
-        py::arg("image"), py::arg("channel_axis"),
-        "The (row, column) axes of an image, after the checks of its dimensions and channel axis.");
+        py::arg("image"), py::arg("channel_axis"), py::arg("alpha"),
+        "The (row, column) axes of an image and whether its last channel is kept as alpha, after the checks of "
+        "its dimensions, channel axis and alpha.");
     m.def("_welch_spectrum", &welchSpectrum, py::arg("image"), py::arg("segment"), py::arg("overlap"),
           py::arg("window"), py::arg("taper"), py::arg("jobs"));
 }

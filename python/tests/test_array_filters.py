@@ -86,6 +86,34 @@ def test_channels_are_each_filtered_alone(rng):
         assert numpy.array_equal(first[c], alone)
 
 
+def test_an_alpha_channel_is_kept_as_it_is(rng):
+    """The last of two or four channels is alpha, as the tool keeps a file's
+    alpha: copied exactly, in the result's dtype; the others are filtered
+    each alone. alpha=False filters it too, alpha=True keeps it for any count."""
+    options = dict(frequency=0.2, sigma=0.03, tile=128)
+    for count in (2, 4):
+        image = random_image(rng, numpy.uint8, (150, 170, count))
+        result = kxfreq.band_reject(image, **options)
+        assert numpy.array_equal(result[:, :, -1], image[:, :, -1])
+        for c in range(count - 1):
+            assert numpy.array_equal(result[:, :, c], kxfreq.band_reject(image[:, :, c], **options))
+        as_float = kxfreq.band_reject(image, **options, dtype=numpy.float32)
+        assert as_float.dtype == numpy.float32
+        assert numpy.array_equal(as_float[:, :, -1], image[:, :, -1].astype(numpy.float32))
+        every = kxfreq.band_reject(image, **options, alpha=False)
+        assert numpy.array_equal(every[:, :, -1], kxfreq.band_reject(image[:, :, -1], **options))
+    three = random_image(rng, numpy.uint16, (3, 90, 100))
+    kept = kxfreq.band_pass(three, **options, channel_axis=0, alpha=True)
+    assert numpy.array_equal(kept[2], three[2])
+    assert numpy.array_equal(kept[0], kxfreq.band_pass(three[0], **options))
+    assert not numpy.array_equal(kxfreq.band_pass(three, **options, channel_axis=0)[2], three[2])
+
+
+def test_alpha_needs_channels():
+    with pytest.raises(kxfreq.InvalidArgumentError, match="alpha=True needs an image with two or more channels, not 1"):
+        kxfreq.band_pass(numpy.zeros((8, 8)), frequency=0.1, sigma=0.01, alpha=True)
+
+
 def test_the_pattern_is_removed_or_kept_across_tiles():
     """An independent expectation: a plane wave at the filter's frequency is
     rejected by the reject filters and kept by the pass filters, across tile

@@ -81,6 +81,15 @@ def test_channels_and_options_pass_through(client, rng):
     assert result.dtype == numpy.float32 and within_one_grey_level(result, expected)
 
 
+def test_an_alpha_channel_split_over_chunks_is_kept(client, rng):
+    rgba = rng.integers(0, 256, (400, 500, 4), dtype=numpy.uint8)
+    lazy = kd.band_reject(da.from_array(rgba, chunks=(200, 250, 2)), frequency=0.15, sigma=0.02, tile=256)
+    result = lazy.compute()
+    assert numpy.array_equal(result[:, :, 3], rgba[:, :, 3])
+    expected = kxfreq.band_reject(rgba, frequency=0.15, sigma=0.02, tile=256)
+    assert within_one_grey_level(result, expected)
+
+
 def test_bad_options_are_refused_before_anything_runs():
     image = da.zeros((3000, 3000), dtype=numpy.uint8, chunks=1000)
     with pytest.raises(kxfreq.InvalidArgumentError, match="at most 31 fits"):
