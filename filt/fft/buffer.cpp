@@ -139,8 +139,8 @@ void kxFrequencyBuffer::allocateGrid(long paddedWidth, long paddedHeight)
     inverseComputed_ = false;
 }
 
-// The data start at the store's first float rounded up to 16 bytes; the 7
-// spare floats of the store leave room for that rounding.
+// The data start at the store's first float rounded up to a cache line;
+// the store's spare floats leave room for that rounding.
 void kxFrequencyBuffer::pointAtStore() { data_ = kf_AlignedStart(store_); }
 
 kxFrequencyBuffer& kxFrequencyBuffer::operator=(const kxFrequencyBuffer& src)

@@ -24,6 +24,7 @@
 // requested size. Sizes are otherwise taken as they stand (no 2048 limit).
 #include "fft/archive_arrays.h"
 #include "fft/buffer_access.h"
+#include "fft/stores.h"
 
 #include <cstring>
 #include <string>
@@ -98,7 +99,7 @@ kxArchive& operator||(kxArchive& archive, kxFrequencyBuffer& buffer)
     checkLoaded(pw, ph, rw, rh, masked, miny, maxy, hasData, floats);
     std::vector<float> store;
     if (hasData)
-        store.assign(floats.size() + 7, 0.0f);
+        store.assign(kf_StoreFloats(pw, ph), 0.0f);
     buffer.paddedWidth_ = pw;
     buffer.paddedHeight_ = ph;
     buffer.requestedWidth_ = rw;

@@ -113,13 +113,13 @@ Pool& pool()
 
 std::size_t kf_StoreFloats(long paddedWidth, long paddedHeight)
 {
-    return static_cast<std::size_t>(paddedWidth) * static_cast<std::size_t>(paddedHeight) * 2 + 7;
+    return static_cast<std::size_t>(paddedWidth) * static_cast<std::size_t>(paddedHeight) * 2 + kStoreSpareFloats;
 }
 
 float* kf_AlignedStart(std::vector<float>& store)
 {
     std::uintptr_t address = reinterpret_cast<std::uintptr_t>(store.data());
-    address = (address + 15) & ~static_cast<std::uintptr_t>(15);
+    address = (address + kStoreAlignment - 1) & ~static_cast<std::uintptr_t>(kStoreAlignment - 1);
     return reinterpret_cast<float*>(address);
 }
 

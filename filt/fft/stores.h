@@ -12,11 +12,18 @@
 #include <cstddef>
 #include <vector>
 
-// The floats a buffer store holds for a padded grid: two per element and 7
-// spare, room to round the data pointer up to 16 bytes.
+// The data of a store start at a cache-line boundary: the column passes
+// read and write each row in pieces of whole cache lines (16 lanes of
+// complex floats are two lines), which a 16-byte start would spread over
+// three.
+constexpr std::size_t kStoreAlignment = 64;
+constexpr std::size_t kStoreSpareFloats = kStoreAlignment / sizeof(float) - 1;
+
+// The floats a buffer store holds for a padded grid: two per element and
+// the spare floats that leave room to round the data pointer up.
 std::size_t kf_StoreFloats(long paddedWidth, long paddedHeight);
 
-// The first float of `store` at a 16-byte boundary.
+// The first float of `store` at a kStoreAlignment boundary.
 float* kf_AlignedStart(std::vector<float>& store);
 
 // Makes `store` exactly `count` floats long, keeping it when it already is.

@@ -4,10 +4,12 @@
 #include "fft/buffer_access.h"
 #include "fft/stores.h"
 
+#include <kx/core/archive.h>
 #include <kx/fft.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <thread>
@@ -159,3 +161,29 @@ TEST(EngineStores, ThreadsNeverShareAStore)
 }
 
 }  // namespace
+
+// Buffers made every way (sized, transformed, copied, loaded, and the const
+// inverse's working area) start their data at a cache line, where the column
+// passes expect whole lines.
+TEST(EngineStores, DataStartAtACacheLine)
+{
+    auto aligned = [](const void* p) { return reinterpret_cast<std::uintptr_t>(p) % kStoreAlignment == 0; };
+    EXPECT_EQ(kStoreAlignment, 64u);
+    for (long side : {1L, 2L, 3L, 64L, 100L, 512L}) {
+        kxFrequencyBuffer sized(side, side);
+        EXPECT_TRUE(aligned(sized.elements().data)) << side;
+        kxFrequencyBuffer transformed;
+        kfForwardFFT<unsigned char>(testImage(side, side + 1), transformed);
+        EXPECT_TRUE(aligned(transformed.elements().data)) << side;
+        const kxFrequencyBuffer copy = transformed;
+        EXPECT_TRUE(aligned(copy.elements().data)) << side;
+        kf_WorkArea area(Access::paddedWidth(transformed), Access::paddedHeight(transformed));
+        EXPECT_TRUE(aligned(area.data())) << side;
+        kxMemoryArchive out;
+        out || transformed;
+        kxMemoryArchive in(out.bytes());
+        kxFrequencyBuffer loaded;
+        in || loaded;
+        EXPECT_TRUE(aligned(loaded.elements().data)) << side;
+    }
+}
