@@ -4,13 +4,10 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
-#include "fft/engine/shared_work.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
 #include <kx/fft_threads.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -40,9 +37,7 @@ void prepareResult(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
     Access::offset(result, image.offset());
 }
 
-// One image: samples packed as plain reals at the start of each row, the
-// row's remaining floats up to W written as zeros (one more for W = 1, the
-// imaginary part of the only element), then the real-input engine.
+// One image: its pixels as the samples of the real-input engine.
 template <typename T>
 void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, int threads)
 {
@@ -53,30 +48,8 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, in
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
-    const long zerosAfterRow = W == 1 ? 1 : 0;
-
-    // Rows in blocks, shared among the threads like the engine's lines.
-    constexpr long kBlockRows = 64;
-    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
-    kf_RunShared(
-        threads, blocks,
-        [&](int block, int) {
-            const long y1 = std::min(H, (block + 1) * kBlockRows);
-            for (long y = block * kBlockRows; y < y1; ++y) {
-                float* row = Access::data(result) + 2 * W * y;
-                long x = 0;
-                if (y < read.height()) {
-                    const T* pixels = read.pointToOffset() + y * read.rowUpdate();
-                    for (; x < read.width(); ++x)
-                        row[x] = static_cast<float>(pixels[x]);
-                }
-                for (; x < W + zerosAfterRow; ++x)
-                    row[x] = 0.0f;
-            }
-        },
-        [](int) {});
-
-    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), threads);
+    kf_RealFFT2DFromPixels(kf_PixelRowsOf(read.pointToOffset(), read.rowUpdate(), read.width(), read.height()),
+                           Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 

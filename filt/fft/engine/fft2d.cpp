@@ -437,7 +437,10 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
         kxAttention::check();
 }
 
-void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int threads)
+// pixels: nullptr for the samples in `data`, otherwise the image whose
+// samples the row pass reads instead.
+void vectorRealFFT2D(const kf_LaneWidth* widths, const kf_PixelRows* pixels, float* data, int width, int height,
+                     int threads)
 {
     Workspace work(width, height, kForwardRotation, Transposes::No);
     SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
@@ -451,13 +454,24 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
                           work.bitReverse.data(), nullptr};
         runLines(
             widths, rows, height, kEveryLine,
-            [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
+            [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
+                if (pixels)
+                    w.realRowsFromPixels(g, k, *pixels, static_cast<int>((g.base - data) / (2L * width)));
+                else
+                    w.realRows(g, k);
+            },
             [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
+                if (pixels)
+                    kf_PixelsToRow(*pixels, r, row, width);
                 kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             scratch, threads);
+    } else if (pixels) {
+        // One column: each row's one element, its imaginary part zero.
+        for (int r = 0; r < height; ++r)
+            kf_PixelsToRow(*pixels, r, data + 2 * r, 2);
     }
     if (transposePolls)
         kxAttention::check();
@@ -502,9 +516,36 @@ void kf_RealFFT2D(float* data, kxPair<long> size, int threads)
     threads = usefulThreads(threads, size.x() * size.y());
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths)
-        vectorRealFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), threads);
+        vectorRealFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                        threads);
     else
         scalarRealFFT2D(data, size, threads);
+}
+
+void kf_RealFFT2DFromPixels(const kf_PixelRows& pixels, float* data, kxPair<long> size, int threads)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorRealFFT2D(variant.widths, &pixels, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                        usefulThreads(threads, size.x() * size.y()));
+        return;
+    }
+    // The readable reference: the samples written row by row (for W = 1
+    // the only element's imaginary part too), in blocks of rows shared among
+    // the threads, then transformed.
+    const long W = size.x();
+    const long H = size.y();
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        threads, blocks,
+        [&](int block, int) {
+            const long y1 = std::min(H, (block + 1) * kBlockRows);
+            for (long y = block * kBlockRows; y < y1; ++y)
+                kf_PixelsToRow(pixels, y, data + 2 * W * y, W == 1 ? 2 : W);
+        },
+        [](int) {});
+    kf_RealFFT2D(data, size, threads);
 }
 
 void kf_FillConjugateHalf(float* data, kxPair<long> size)

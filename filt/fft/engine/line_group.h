@@ -124,12 +124,11 @@ void kf_ComplexLines(const kf_LineGroup& group)
     kf_ScatterLines(group, lanes, group.n);
 }
 
+// The real row pass on rows already gathered into `lanes` (2n floats each).
 template <typename Lane>
-void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
+void kf_TransformRealRows(const kf_LineGroup& group, const kf_RealRowConstants& k, Lane* lanes)
 {
-    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     const int n = group.n;
-    kf_GatherLines(group, lanes, n);
     // The untangling writes element n and, for n = 1, reads it first.
     lanes[2 * n] = Lane(0.0f);
     lanes[2 * n + 1] = Lane(0.0f);
@@ -137,6 +136,14 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
                            kf_FitElements<Lane>());
     kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1);
+}
+
+template <typename Lane>
+void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
+{
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    kf_GatherLines(group, lanes, group.n);
+    kf_TransformRealRows(group, k, lanes);
 }
 
 template <typename Lane>

@@ -3,6 +3,7 @@
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/lanes_256.h"
 #include "fft/engine/line_group.h"
+#include "fft/engine/pixel_rows.h"
 
 namespace kf_avx2 {
 
@@ -13,7 +14,9 @@ using Lane4 = kf_Lane128<Tag>;
 }  // namespace kf_avx2
 
 const kf_LaneWidth kf_Avx2Widths[4] = {
-    {8, kf_ComplexLines<kf_avx2::Lane8>, kf_RealRows<kf_avx2::Lane8>, kf_RealColumns<kf_avx2::Lane8>},
-    {4, kf_ComplexLines<kf_avx2::Lane4>, kf_RealRows<kf_avx2::Lane4>, kf_RealColumns<kf_avx2::Lane4>},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr}};
+    {8, kf_ComplexLines<kf_avx2::Lane8>, kf_RealRows<kf_avx2::Lane8>, kf_RealColumns<kf_avx2::Lane8>,
+     kf_RealRowsFromPixels<kf_avx2::Lane8>},
+    {4, kf_ComplexLines<kf_avx2::Lane4>, kf_RealRows<kf_avx2::Lane4>, kf_RealColumns<kf_avx2::Lane4>,
+     kf_RealRowsFromPixels<kf_avx2::Lane4>},
+    {0, nullptr, nullptr, nullptr, nullptr},
+    {0, nullptr, nullptr, nullptr, nullptr}};

@@ -12,6 +12,7 @@
 #include "fft/engine/lanes_256.h"
 #include "fft/engine/lanes_512.h"
 #include "fft/engine/line_group.h"
+#include "fft/engine/pixel_rows.h"
 
 namespace kf_avx512 {
 
@@ -24,10 +25,12 @@ using Lane4 = kf_Lane128<Tag>;
 
 const kf_LaneWidth kf_Avx512Widths[4] = {
     {16, kf_ComplexLines<kf_avx512::Lane16>, kf_RealRows<kf_avx512::Lane16>,
-     kf_RealColumns<kf_avx512::Lane16>},
-    {8, kf_ComplexLines<kf_avx512::Lane8>, kf_RealRows<kf_avx512::Lane8>, kf_RealColumns<kf_avx512::Lane8>},
-    {4, kf_ComplexLines<kf_avx512::Lane4>, kf_RealRows<kf_avx512::Lane4>, kf_RealColumns<kf_avx512::Lane4>},
-    {0, nullptr, nullptr, nullptr}};
+     kf_RealColumns<kf_avx512::Lane16>, kf_RealRowsFromPixels<kf_avx512::Lane16>},
+    {8, kf_ComplexLines<kf_avx512::Lane8>, kf_RealRows<kf_avx512::Lane8>, kf_RealColumns<kf_avx512::Lane8>,
+     kf_RealRowsFromPixels<kf_avx512::Lane8>},
+    {4, kf_ComplexLines<kf_avx512::Lane4>, kf_RealRows<kf_avx512::Lane4>, kf_RealColumns<kf_avx512::Lane4>,
+     kf_RealRowsFromPixels<kf_avx512::Lane4>},
+    {0, nullptr, nullptr, nullptr, nullptr}};
 
 namespace kf_avx512 {
 

@@ -2,6 +2,7 @@
 // flags; see filt/CMakeLists.txt.
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/line_group.h"
+#include "fft/engine/pixel_rows.h"
 
 namespace kf_sse2 {
 
@@ -11,7 +12,8 @@ using Lane4 = kf_Lane128<Tag>;
 }  // namespace kf_sse2
 
 const kf_LaneWidth kf_Sse2Widths[4] = {
-    {4, kf_ComplexLines<kf_sse2::Lane4>, kf_RealRows<kf_sse2::Lane4>, kf_RealColumns<kf_sse2::Lane4>},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr}};
+    {4, kf_ComplexLines<kf_sse2::Lane4>, kf_RealRows<kf_sse2::Lane4>, kf_RealColumns<kf_sse2::Lane4>,
+     kf_RealRowsFromPixels<kf_sse2::Lane4>},
+    {0, nullptr, nullptr, nullptr, nullptr},
+    {0, nullptr, nullptr, nullptr, nullptr},
+    {0, nullptr, nullptr, nullptr, nullptr}};

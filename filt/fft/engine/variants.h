@@ -13,6 +13,7 @@
 #include <cstdint>
 
 struct kf_RotationTable;
+struct kf_PixelRows;
 
 // A group of `lanes` lines of a matrix of complex elements: element e of
 // line l has its real part at base[e * elementStride + l * lineStride] and
@@ -48,6 +49,10 @@ struct kf_LaneWidth {
     // (r, c) with 1 <= c <= W/2 - 1 also written conjugated at
     // ((H - r) mod H, W - c), the spectrum's redundant half.
     void (*realColumns)(const kf_LineGroup& group, int firstColumn, int width);
+    // realRows on rows firstRow .. of `pixels` (their samples as floats)
+    // instead of the group's floats: the same floats reach the butterflies.
+    void (*realRowsFromPixels)(const kf_LineGroup& group, const kf_RealRowConstants& constants,
+                               const kf_PixelRows& pixels, int firstRow);
 };
 
 // Pixel conversion of `count` complex elements: the magnitude
