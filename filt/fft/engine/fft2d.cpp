@@ -265,17 +265,19 @@ const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
 }
 
 // Scratch for one group of lines of up to n elements (n + 1 for the real
-// rows), for the widest lanes.
-std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16; }
+// rows), for the widest lanes, or for a block of such groups of columns.
+std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16 * kf_ColumnBlockGroups; }
 
 // Transforms `lineCount` lines of n elements laid out as in `group` (base,
 // source, strides, direction and tables set), in groups, for those lines
 // that `keep` accepts, shared among `threads` threads, each with its own
-// scratch from `scratch`. `scalarLine(index, scratch)` transforms a line
-// alone.
+// scratch from `scratch`. `runGroup(width, group, block)` transforms a group
+// of width.lanes lines, or with `block` (only when `blockGroups` is above 1,
+// for columns) blockGroups such groups side by side, every line kept;
+// `scalarLine(index, scratch)` transforms a line alone.
 template <typename Keep, typename GroupRun, typename ScalarLine>
 void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
-              ScalarLine scalarLine, SlotScratch& scratch, int threads)
+              ScalarLine scalarLine, SlotScratch& scratch, int threads, int blockGroups = 1)
 {
     // Rows are gathered through register transposes of lanes x lanes
     // floats; rows shorter than that go in narrower groups.
@@ -283,22 +285,36 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
     struct Group {
         int first;
         const kf_LaneWidth* width;   // nullptr: one line, scalar
+        bool block;
         unsigned kept;
-        bool poll;
+        int polls;                   // lines of the group whose index is a multiple of 16
+    };
+    auto linesKept = [&](Group& g, int count) {
+        g.kept = 0;
+        g.polls = 0;
+        for (int l = 0; l < count; ++l)
+            if (keep(g.first + l)) {
+                g.kept |= 1u << l;
+                g.polls += (g.first + l) % 16 == 0 ? 1 : 0;
+            }
+        return count;
     };
     std::vector<Group> groups;
     for (int first = 0; first < lineCount;) {
         const kf_LaneWidth* width = widestFor(widths, std::min(lineCount - first, laneLimit));
         const int lanes = width ? width->lanes : 1;
-        Group g{first, width, 0, false};
-        for (int l = 0; l < lanes; ++l)
-            if (keep(first + l)) {
-                g.kept |= 1u << l;
-                g.poll = g.poll || (first + l) % 16 == 0;
-            }
+        Group g{first, width, false, 0, 0};
+        int count = lanes;
+        if (blockGroups > 1 && width && lineCount - first >= lanes * blockGroups) {
+            const unsigned all = lanes * blockGroups >= 32 ? ~0u : (1u << (lanes * blockGroups)) - 1u;
+            count = linesKept(g, lanes * blockGroups);
+            g.block = g.kept == all;
+        }
+        if (!g.block)
+            count = linesKept(g, lanes);
         if (g.kept != 0)
             groups.push_back(g);
-        first += lanes;
+        first += count;
     }
 
     float* const base = group.base;
@@ -313,12 +329,12 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
             mine.keep = g.kept;
             mine.scratch = scratch.forSlot(slot);
             if (g.width)
-                runGroup(*g.width, mine);
+                runGroup(*g.width, mine, g.block);
             else
                 scalarLine(g.first, mine.scratch);
         },
         [&](int i) {
-            if (groups[static_cast<std::size_t>(i)].poll)
+            for (int p = 0; p < groups[static_cast<std::size_t>(i)].polls; ++p)
                 kxAttention::check();
         });
 }
@@ -348,9 +364,13 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     auto scalar = [&](int c, float* slotScratch) {
         scalarColumn(data + 2 * c, 2L * width, height, direction, work, slotScratch);
     };
-    auto lanes = [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); };
     if (columnCount == width) {
-        runLines(widths, group, columnCount, kEveryLine, lanes, scalar, scratch, threads);
+        runLines(
+            widths, group, columnCount, kEveryLine,
+            [](const kf_LaneWidth& w, const kf_LineGroup& g, bool block) {
+                block ? w.complexColumnBlock(g) : w.complexLines(g);
+            },
+            scalar, scratch, threads, kf_ColumnBlockGroups);
         return;
     }
     // The real path's columns 0 .. W/2, each also written conjugated into
@@ -374,8 +394,9 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     const int last = columnCount - 1;
     runLines(
         widths, group, last, kEveryLine,
-        [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
-            w.realColumns(g, static_cast<int>((g.base - data) / 2), width);
+        [&](const kf_LaneWidth& w, const kf_LineGroup& g, bool block) {
+            const int firstColumn = static_cast<int>((g.base - data) / 2);
+            block ? w.realColumnBlock(g, firstColumn, width) : w.realColumns(g, firstColumn, width);
         },
         [&](int c, float* slotScratch) {
             scalar(c, slotScratch);
@@ -388,7 +409,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                 to[1] = -from[1];
             }
         },
-        scratch, threads);
+        scratch, threads, kf_ColumnBlockGroups);
     if (last % 16 == 0)
         kxAttention::check();
     const kf_LaneWidth* spare = widestFor(widths, width - last);
@@ -422,7 +443,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
     kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
                       nullptr};
     runLines(
-        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
         [&](int r, float*) {
             float* row = data + r * rowFloats;
             if (source)
@@ -451,7 +472,7 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
                           work.bitReverse.data(), nullptr};
         runLines(
             widths, rows, height, kEveryLine,
-            [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
+            [&k](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.realRows(g, k); },
             [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
                 kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());

@@ -139,20 +139,15 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     kf_ScatterLines(group, lanes, n + 1);
 }
 
+// The conjugates of a group of adjacent columns firstColumn .. (their
+// transforms in `lanes`) written while the columns are at hand: element
+// (r, c) with 1 <= c <= W/2 - 1 also goes conjugated to ((H - r) mod H,
+// W - c), the spectrum's redundant half. Negation is the lane's sign flip,
+// the same bits as the scalar negation.
 template <typename Lane>
-void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
+void kf_WriteConjugates(const Lane* lanes, float* data, int firstColumn, int width, int H)
 {
     constexpr int L = Lane::width;
-    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
-    const int H = group.n;
-    kf_GatherLines(group, lanes, H);
-    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse,
-                           kf_FitElements<Lane>());
-    kf_ScatterLines(group, lanes, H);
-
-    // The conjugates, written while the columns are at hand. Negation is the
-    // lane's sign flip, the same bits as the scalar negation.
-    float* const data = group.base - 2 * firstColumn;
     const long rowFloats = 2L * width;
     if (firstColumn >= 1 && firstColumn + L - 1 <= width / 2 - 1) {
         // Columns W - firstColumn - L + 1 .. W - firstColumn, in reverse.
@@ -182,4 +177,118 @@ void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
             }
         }
     }
+}
+
+template <typename Lane>
+void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
+{
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    const int H = group.n;
+    kf_GatherLines(group, lanes, H);
+    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse,
+                           kf_FitElements<Lane>());
+    kf_ScatterLines(group, lanes, H);
+
+    kf_WriteConjugates(lanes, group.base - 2 * firstColumn, firstColumn, width, H);
+}
+
+// Column blocks: kf_ColumnBlockGroups adjacent groups of columns walked down
+// the matrix together, so that each row is read and written in one piece of
+// whole cache lines instead of one smaller piece per group: fewer strided
+// walks, each of them fetching more per row. Every group then runs alone in
+// its own part of the scratch, so each lane meets exactly the operations it
+// meets in a group of its own.
+
+template <typename Lane>
+Lane* kf_BlockGroupLanes(const kf_LineGroup& group, int g)
+{
+    return reinterpret_cast<Lane*>(group.scratch) + static_cast<long>(g) * 2 * (group.n + 1);
+}
+
+// Asks for the `Bytes` bytes at `piece` some rows before they are used: the
+// hardware does not follow a walk down the columns.
+template <int Bytes, bool ForWrite>
+inline void kf_PrefetchPiece(const float* piece)
+{
+    const char* p = reinterpret_cast<const char*>(piece);
+    for (int b = 0; b < Bytes; b += 64)
+        __builtin_prefetch(p + b, ForWrite ? 1 : 0);
+}
+
+template <typename Lane>
+void kf_GatherColumnBlock(const kf_LineGroup& group)
+{
+    constexpr int L = Lane::width, G = kf_ColumnBlockGroups, ahead = 8;
+    const float* from = group.source ? group.source : group.base;
+    for (int e = 0; e < group.n; ++e) {
+        const float* row = from + e * group.elementStride;
+        if (e + ahead < group.n)
+            kf_PrefetchPiece<G * 8 * L, false>(row + ahead * group.elementStride);
+        for (int g = 0; g < G; ++g) {
+            Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
+            Lane::deinterleave(row + 2 * L * g, lanes[2 * e], lanes[2 * e + 1]);
+        }
+    }
+}
+
+template <typename Lane>
+void kf_ScatterColumnBlock(const kf_LineGroup& group)
+{
+    constexpr int L = Lane::width, G = kf_ColumnBlockGroups, ahead = 8;
+    for (int e = 0; e < group.n; ++e) {
+        float* row = group.base + e * group.elementStride;
+        if (e + ahead < group.n)
+            kf_PrefetchPiece<G * 8 * L, true>(row + ahead * group.elementStride);
+        for (int g = 0; g < G; ++g) {
+            const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
+            Lane::interleave(row + 2 * L * g, lanes[2 * e], lanes[2 * e + 1]);
+        }
+    }
+}
+
+template <typename Lane>
+void kf_ComplexColumnBlock(const kf_LineGroup& group)
+{
+    kf_GatherColumnBlock<Lane>(group);
+    for (int g = 0; g < kf_ColumnBlockGroups; ++g)
+        kf_SplitRadixRow<Lane>(kf_BlockGroupLanes<Lane>(group, g), group.n, group.direction, *group.rotation,
+                               group.bitReverse, kf_FitElements<Lane>());
+    kf_ScatterColumnBlock<Lane>(group);
+}
+
+template <typename Lane>
+void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
+{
+    constexpr int L = Lane::width, G = kf_ColumnBlockGroups, ahead = 8;
+    kf_ComplexColumnBlock<Lane>(group);
+
+    float* const data = group.base - 2 * firstColumn;
+    const int H = group.n;
+    if (!(firstColumn >= 1 && firstColumn + G * L - 1 <= width / 2 - 1)) {
+        for (int g = 0; g < G; ++g)
+            kf_WriteConjugates(kf_BlockGroupLanes<Lane>(group, g), data, firstColumn + g * L, width, H);
+        return;
+    }
+    // The whole block's conjugates, columns W - firstColumn - GL + 1 ..
+    // W - firstColumn, in one piece per row: group g lands g groups from
+    // the piece's right end, its lanes reversed.
+    const long rowFloats = 2L * width;
+    float* const piece = data + 2 * (width - firstColumn - G * L + 1);
+    for (int r = 0; r < H; ++r) {
+        float* to = piece + ((H - r) % H) * rowFloats;
+        if (r + ahead < H)
+            kf_PrefetchPiece<G * 8 * L, true>(piece + (H - r - ahead) * rowFloats);
+        for (int g = 0; g < G; ++g) {
+            const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
+            Lane::interleave(to + 2 * L * (G - 1 - g), lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+        }
+    }
+}
+
+// The entry of a variant's table for one lane type.
+template <typename Lane>
+constexpr kf_LaneWidth kf_LaneWidthOf()
+{
+    return kf_LaneWidth{Lane::width,           kf_ComplexLines<Lane>,       kf_RealRows<Lane>,
+                        kf_RealColumns<Lane>, kf_ComplexColumnBlock<Lane>, kf_RealColumnBlock<Lane>};
 }

@@ -48,7 +48,15 @@ struct kf_LaneWidth {
     // (r, c) with 1 <= c <= W/2 - 1 also written conjugated at
     // ((H - r) mod H, W - c), the spectrum's redundant half.
     void (*realColumns)(const kf_LineGroup& group, int firstColumn, int width);
+    // complexLines and realColumns over kf_ColumnBlockGroups adjacent groups
+    // of columns at once (base at the first; every lane kept; the scratch
+    // holds each group's part one after the other).
+    void (*complexColumnBlock)(const kf_LineGroup& group);
+    void (*realColumnBlock)(const kf_LineGroup& group, int firstColumn, int width);
 };
+
+// Groups of adjacent columns walked down the matrix together.
+constexpr int kf_ColumnBlockGroups = 4;
 
 // Pixel conversion of `count` complex elements: the magnitude
 // sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
