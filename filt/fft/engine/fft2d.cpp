@@ -8,6 +8,7 @@
 #include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
+#include <kx/fft.h>
 
 #include <algorithm>
 #include <cmath>
@@ -45,10 +46,14 @@ private:
 // engine) or reads the columns where they are (the vectorised variants).
 enum class Transposes { Yes, No };
 
-// The working tables of one call, released on every exit.
+const kf_RotationTable& rotationTable(int sign);
+const std::int32_t* bitReverseTable(int n);
+
+// The tables and scratch of one call: the tables are shared and built once,
+// the scratch is released on every exit.
 struct Workspace {
     Workspace(int width, int height, int rotationSign, Transposes transposes = Transposes::Yes)
-        : rotation(rotationSign), bitReverse(2 * static_cast<std::size_t>(std::max(width, height)))
+        : rotation(rotationTable(rotationSign))
     {
         // Non-square matrices are transposed out of place; a single row or
         // column needs no transpose at all.
@@ -56,18 +61,11 @@ struct Workspace {
             scratch = std::make_unique<AlignedScratch<16>>(static_cast<std::size_t>(width) * height * 2);
     }
 
-    // Builds the bit-reversal table for n unless it is already built for n.
-    void prepareRows(int n)
-    {
-        if (n != tableLength) {
-            kf_BitReverseTable(bitReverse.data(), n);
-            tableLength = n;
-        }
-    }
+    // Points at the bit-reversal table for rows of n elements.
+    void prepareRows(int n) { bitReverse = bitReverseTable(n); }
 
-    kf_RotationTable rotation;
-    std::vector<std::int32_t> bitReverse;
-    int tableLength = 0;
+    const kf_RotationTable& rotation;
+    const std::int32_t* bitReverse = nullptr;
     std::unique_ptr<AlignedScratch<16>> scratch;
 };
 
@@ -105,7 +103,7 @@ void transformRows(float* matrix, int n, int rowCount, kf_Direction direction, W
         [&](int r, int) {
             if (keep(r))
                 kf_SplitRadixRow<float>(matrix + 2 * static_cast<std::size_t>(r) * n, n, direction, work.rotation,
-                                        work.bitReverse.data());
+                                        work.bitReverse);
         },
         [&](int r) {
             if (keep(r) && r % 16 == 0)
@@ -127,6 +125,31 @@ kf_RotationTable::kf_RotationTable(int sign)
         entry[k][3] = static_cast<float>(std::sin(3.0 * t));
     }
 }
+
+namespace {
+
+// Built once each, on first use, and only read afterwards (so threads and
+// calls share them): the tables depend on nothing but their sign or length.
+const kf_RotationTable& rotationTable(int sign)
+{
+    static const kf_RotationTable positive(1), negative(-1);
+    return sign > 0 ? positive : negative;
+}
+
+const std::int32_t* bitReverseTable(int n)
+{
+    static const std::vector<std::vector<std::int32_t>> tables = [] {
+        std::vector<std::vector<std::int32_t>> built;
+        for (int length = 1; length <= kfMaxTransformSide; length *= 2) {
+            built.emplace_back(2 * static_cast<std::size_t>(length), -1);
+            kf_BitReverseTable(built.back().data(), length);
+        }
+        return built;
+    }();
+    return tables[static_cast<std::size_t>(kf_Log2(n))].data();
+}
+
+}  // namespace
 
 void kf_BitReverseTable(std::int32_t* table, int n)
 {
@@ -221,7 +244,7 @@ void scalarRealFFT2D(float* data, kxPair<long> size, int threads)
             threads, height,
             [&](int r, int) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
-                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse);
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             [](int r) {
@@ -264,9 +287,23 @@ const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
     return nullptr;
 }
 
-// Scratch for one group of lines of up to n elements (n + 1 for the real
-// rows), for the widest lanes, or for a block of such groups of columns.
-std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16 * kf_ColumnBlockGroups; }
+// How many groups of columns a column pass over `columns` columns walks
+// together: blocks only where there are columns enough for one.
+int columnBlockGroups(const kf_LaneWidth* widths, int columns)
+{
+    return columns >= widths->lanes * kf_ColumnBlockGroups ? kf_ColumnBlockGroups : 1;
+}
+
+// Scratch for each thread: one group of rows of up to `width` elements (one
+// more for the real rows) and one block of groups of columns of `height`
+// elements, on the widest lanes.
+std::size_t groupScratchFloats(const kf_LaneWidth* widths, int width, int height, int columns)
+{
+    const std::size_t rows = 2 * (static_cast<std::size_t>(width) + 1) * 16;
+    const std::size_t blocks = 2 * (static_cast<std::size_t>(height) + 1) * 16 *
+                               static_cast<std::size_t>(columnBlockGroups(widths, columns));
+    return std::max(rows, blocks);
+}
 
 // Transforms `lineCount` lines of n elements laid out as in `group` (base,
 // source, strides, direction and tables set), in groups, for those lines
@@ -347,7 +384,7 @@ void scalarColumn(float* column, long stride, int n, kf_Direction direction, con
         scratch[2 * e] = column[e * stride];
         scratch[2 * e + 1] = column[e * stride + 1];
     }
-    kf_SplitRadixRow<float>(scratch, n, direction, work.rotation, work.bitReverse.data());
+    kf_SplitRadixRow<float>(scratch, n, direction, work.rotation, work.bitReverse);
     for (int e = 0; e < n; ++e) {
         column[e * stride] = scratch[2 * e];
         column[e * stride + 1] = scratch[2 * e + 1];
@@ -359,7 +396,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                    kf_Direction direction, Workspace& work, SlotScratch& scratch, int threads)
 {
     work.prepareRows(height);
-    kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(),
+    kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse,
                        nullptr};
     auto scalar = [&](int c, float* slotScratch) {
         scalarColumn(data + 2 * c, 2L * width, height, direction, work, slotScratch);
@@ -370,7 +407,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
             [](const kf_LaneWidth& w, const kf_LineGroup& g, bool block) {
                 block ? w.complexColumnBlock(g) : w.complexLines(g);
             },
-            scalar, scratch, threads, kf_ColumnBlockGroups);
+            scalar, scratch, threads, columnBlockGroups(widths, columnCount));
         return;
     }
     // The real path's columns 0 .. W/2, each also written conjugated into
@@ -409,7 +446,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                 to[1] = -from[1];
             }
         },
-        scratch, threads, kf_ColumnBlockGroups);
+        scratch, threads, columnBlockGroups(widths, last));
     if (last % 16 == 0)
         kxAttention::check();
     const kf_LaneWidth* spare = widestFor(widths, width - last);
@@ -428,7 +465,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
                         kf_Direction direction, kf_RowBand band, int threads)
 {
     Workspace work(width, height, 1, Transposes::No);
-    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
+    SlotScratch scratch(groupScratchFloats(widths, width, height, width), threads);
     const bool transposePolls = width >= 4 && height >= 4;
     const BandRows inBand{height / 2, band};
     const std::size_t rowFloats = 2 * static_cast<std::size_t>(width);
@@ -440,7 +477,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
                 std::memcpy(data + r * rowFloats, source + r * rowFloats, rowFloats * sizeof(float));
 
     work.prepareRows(width);
-    kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
+    kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse,
                       nullptr};
     runLines(
         widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
@@ -448,7 +485,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
             float* row = data + r * rowFloats;
             if (source)
                 std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
-            kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse.data());
+            kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse);
         },
         scratch, threads);
     if (transposePolls)
@@ -461,7 +498,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
 void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int threads)
 {
     Workspace work(width, height, kForwardRotation, Transposes::No);
-    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
+    SlotScratch scratch(groupScratchFloats(widths, width, height, width / 2), threads);
     const bool transposePolls = width == height ? width >= 8 : width >= 4 && height >= 4;
 
     if (width > 1) {
@@ -469,13 +506,13 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
         const kf_RealRowConstants k = realRowConstants(width);
         work.prepareRows(n);
         kf_LineGroup rows{data,    nullptr, 2, 2L * width, n, kf_Direction::Forward, 0, &work.rotation,
-                          work.bitReverse.data(), nullptr};
+                          work.bitReverse, nullptr};
         runLines(
             widths, rows, height, kEveryLine,
             [&k](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.realRows(g, k); },
             [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
-                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse);
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             scratch, threads);

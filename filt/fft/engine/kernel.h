@@ -29,7 +29,7 @@ template <typename T> T ceil(T) = delete;
 
 // Rotation table: entry k holds cos t, sin t, cos 3t, sin 3t for the step
 // angle t = sign * 2pi / 2^k, computed in double and rounded to float. Built
-// on every call (in fft2d.cpp, never in a variant file); nothing is cached.
+// once per sign, in fft2d.cpp (never in a variant file).
 struct kf_RotationTable {
     explicit kf_RotationTable(int sign);
     float entry[16][4];

@@ -13,6 +13,9 @@
 #include "fft/engine/kernel.h"
 #include "fft/engine/variants.h"
 
+#include <algorithm>
+#include <cstring>
+
 // Blocks of a line group's scratch that stay in the first-level cache (32 KiB
 // of a lane's reals and imaginaries) run their butterflies there, depth first.
 template <typename Lane>
@@ -163,19 +166,19 @@ void kf_WriteConjugates(const Lane* lanes, float* data, int firstColumn, int wid
         }
         return;
     }
-    alignas(64) float re[L];
-    alignas(64) float im[L];
+    // Lanes partly outside the range (the group of column 0, or the last
+    // group of a narrow matrix): the reversed piece is built aside and only
+    // its part inside the range is copied. Lane k of the piece is column
+    // firstColumn + L - 1 - k and lands at column W - firstColumn - L + 1 + k.
+    const int kFirst = std::max(0, firstColumn + L - width / 2);
+    const int kEnd = std::min(L, firstColumn + L - 1);
+    if (kFirst >= kEnd)
+        return;
+    alignas(64) float piece[2 * L];
     for (int r = 0; r < H; ++r) {
-        lanes[2 * r].store(re);
-        (-lanes[2 * r + 1]).store(im);
-        float* row = data + ((H - r) % H) * rowFloats;
-        for (int l = 0; l < L; ++l) {
-            const int c = firstColumn + l;
-            if (c >= 1 && c <= width / 2 - 1) {
-                row[2 * (width - c)] = re[l];
-                row[2 * (width - c) + 1] = im[l];
-            }
-        }
+        Lane::interleave(piece, lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+        float* to = data + ((H - r) % H) * rowFloats + 2 * (width - firstColumn - L + 1);
+        std::memcpy(to + 2 * kFirst, piece + 2 * kFirst, sizeof(float) * 2 * static_cast<std::size_t>(kEnd - kFirst));
     }
 }
 
