@@ -24,11 +24,25 @@ constexpr int kf_FitElements()
     return static_cast<int>(32768 / (2 * sizeof(Lane)));
 }
 
+// An inverse's lines are conjugated on the way into the scratch and on the
+// way out (the inverse transform is the conjugate of the forward transform
+// of the conjugates), and their butterflies run forward: the kernel's own
+// conjugating sweeps over the scratch are saved. Negation is exact, so every
+// float is the one those sweeps give.
+template <typename Lane>
+inline Lane kf_ImaginaryPart(const Lane& v, bool conjugate)
+{
+    return conjugate ? -v : v;
+}
+
+static inline bool kf_Conjugates(const kf_LineGroup& group) { return group.direction == kf_Direction::Inverse; }
+
 template <typename Lane>
 void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
 {
     constexpr int L = Lane::width;
     const float* from = group.source ? group.source : group.base;
+    const bool conjugate = kf_Conjugates(group);
     if (group.lineStride == 2) {
         // Adjacent columns (or rows of one element): one element of every line is 2L floats in a row,
         // fetched some rows ahead (the hardware does not follow such strides).
@@ -40,6 +54,7 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
                 __builtin_prefetch(next + 8 * L - 1);
             }
             Lane::deinterleave(from + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+            lanes[2 * e + 1] = kf_ImaginaryPart(lanes[2 * e + 1], conjugate);
         }
         return;
     }
@@ -52,8 +67,10 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
         for (int l = 0; l < L; ++l)
             block[l] = Lane::loadu(from + l * group.lineStride + f0);
         Lane::transpose(block);
-        for (int f = 0; f < L; ++f)
+        for (int f = 0; f < L; f += 2) {
             lanes[f0 + f] = block[f];
+            lanes[f0 + f + 1] = kf_ImaginaryPart(block[f + 1], conjugate);
+        }
     }
     alignas(64) float table[L * L];
     for (; f0 < floats; f0 += L) {
@@ -62,8 +79,10 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
             for (int f = 0; f < count; ++f)
                 table[f * L + l] = from[l * group.lineStride + f0 + f];
         }
-        for (int f = 0; f < count; ++f)
+        for (int f = 0; f < count; f += 2) {
             lanes[f0 + f] = Lane::load(table + f * L);
+            lanes[f0 + f + 1] = kf_ImaginaryPart(Lane::load(table + (f + 1) * L), conjugate);
+        }
     }
 }
 
@@ -72,6 +91,7 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
 {
     constexpr int L = Lane::width;
     constexpr unsigned all = L >= 32 ? ~0u : (1u << L) - 1u;
+    const bool conjugate = kf_Conjugates(group);
     if (group.lineStride == 2 && (group.keep & all) == all) {
         constexpr int ahead = 8;
         for (int e = 0; e < elements; ++e) {
@@ -80,7 +100,8 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
                 __builtin_prefetch(next, 1);
                 __builtin_prefetch(next + 8 * L - 1, 1);
             }
-            Lane::interleave(group.base + e * group.elementStride, lanes[2 * e], lanes[2 * e + 1]);
+            Lane::interleave(group.base + e * group.elementStride, lanes[2 * e],
+                             kf_ImaginaryPart(lanes[2 * e + 1], conjugate));
         }
         return;
     }
@@ -89,8 +110,10 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
     if (group.lineStride != 2)
         for (; f0 + L <= floats; f0 += L) {
             Lane block[L];
-            for (int f = 0; f < L; ++f)
+            for (int f = 0; f < L; f += 2) {
                 block[f] = lanes[f0 + f];
+                block[f + 1] = kf_ImaginaryPart(lanes[f0 + f + 1], conjugate);
+            }
             Lane::transpose(block);
             for (int l = 0; l < L; ++l)
                 if (group.keep & (1u << l))
@@ -99,8 +122,10 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
     alignas(64) float table[L * L];
     for (; f0 < floats; f0 += L) {
         const int count = floats - f0 < L ? floats - f0 : L;
-        for (int f = 0; f < count; ++f)
+        for (int f = 0; f < count; f += 2) {
             lanes[f0 + f].store(table + f * L);
+            kf_ImaginaryPart(lanes[f0 + f + 1], conjugate).store(table + (f + 1) * L);
+        }
         for (int l = 0; l < L; ++l) {
             if (!(group.keep & (1u << l)))
                 continue;
@@ -122,7 +147,7 @@ void kf_ComplexLines(const kf_LineGroup& group)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     kf_GatherLines(group, lanes, group.n);
-    kf_SplitRadixRow<Lane>(lanes, group.n, group.direction, *group.rotation, group.bitReverse,
+    kf_SplitRadixRow<Lane>(lanes, group.n, kf_Direction::Forward, *group.rotation, group.bitReverse,
                            kf_FitElements<Lane>());
     kf_ScatterLines(group, lanes, group.n);
 }
@@ -136,7 +161,7 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     // The untangling writes element n and, for n = 1, reads it first.
     lanes[2 * n] = Lane(0.0f);
     lanes[2 * n + 1] = Lane(0.0f);
-    kf_SplitRadixRow<Lane>(lanes, n, group.direction, *group.rotation, group.bitReverse,
+    kf_SplitRadixRow<Lane>(lanes, n, kf_Direction::Forward, *group.rotation, group.bitReverse,
                            kf_FitElements<Lane>());
     kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1);
@@ -188,7 +213,7 @@ void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     const int H = group.n;
     kf_GatherLines(group, lanes, H);
-    kf_SplitRadixRow<Lane>(lanes, H, group.direction, *group.rotation, group.bitReverse,
+    kf_SplitRadixRow<Lane>(lanes, H, kf_Direction::Forward, *group.rotation, group.bitReverse,
                            kf_FitElements<Lane>());
     kf_ScatterLines(group, lanes, H);
 
@@ -208,13 +233,15 @@ Lane* kf_BlockGroupLanes(const kf_LineGroup& group, int g)
     return reinterpret_cast<Lane*>(group.scratch) + static_cast<long>(g) * 2 * (group.n + 1);
 }
 
-// Asks for the `Bytes` bytes at `piece` some rows before they are used: the
-// hardware does not follow a walk down the columns.
-template <int Bytes, bool ForWrite>
+// Asks for the piece of a row that a block of columns covers (2L floats per
+// group) some rows before it is used: the hardware does not follow a walk
+// down the columns.
+template <typename Lane, bool ForWrite>
 inline void kf_PrefetchPiece(const float* piece)
 {
+    constexpr int bytes = kf_ColumnBlockGroups * 2 * Lane::width * static_cast<int>(sizeof(float));
     const char* p = reinterpret_cast<const char*>(piece);
-    for (int b = 0; b < Bytes; b += 64)
+    for (int b = 0; b < bytes; b += 64)
         __builtin_prefetch(p + b, ForWrite ? 1 : 0);
 }
 
@@ -223,13 +250,15 @@ void kf_GatherColumnBlock(const kf_LineGroup& group)
 {
     constexpr int L = Lane::width, G = kf_ColumnBlockGroups, ahead = 8;
     const float* from = group.source ? group.source : group.base;
+    const bool conjugate = kf_Conjugates(group);
     for (int e = 0; e < group.n; ++e) {
         const float* row = from + e * group.elementStride;
         if (e + ahead < group.n)
-            kf_PrefetchPiece<G * 8 * L, false>(row + ahead * group.elementStride);
+            kf_PrefetchPiece<Lane, false>(row + ahead * group.elementStride);
         for (int g = 0; g < G; ++g) {
             Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
             Lane::deinterleave(row + 2 * L * g, lanes[2 * e], lanes[2 * e + 1]);
+            lanes[2 * e + 1] = kf_ImaginaryPart(lanes[2 * e + 1], conjugate);
         }
     }
 }
@@ -238,13 +267,14 @@ template <typename Lane>
 void kf_ScatterColumnBlock(const kf_LineGroup& group)
 {
     constexpr int L = Lane::width, G = kf_ColumnBlockGroups, ahead = 8;
+    const bool conjugate = kf_Conjugates(group);
     for (int e = 0; e < group.n; ++e) {
         float* row = group.base + e * group.elementStride;
         if (e + ahead < group.n)
-            kf_PrefetchPiece<G * 8 * L, true>(row + ahead * group.elementStride);
+            kf_PrefetchPiece<Lane, true>(row + ahead * group.elementStride);
         for (int g = 0; g < G; ++g) {
             const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
-            Lane::interleave(row + 2 * L * g, lanes[2 * e], lanes[2 * e + 1]);
+            Lane::interleave(row + 2 * L * g, lanes[2 * e], kf_ImaginaryPart(lanes[2 * e + 1], conjugate));
         }
     }
 }
@@ -254,8 +284,8 @@ void kf_ComplexColumnBlock(const kf_LineGroup& group)
 {
     kf_GatherColumnBlock<Lane>(group);
     for (int g = 0; g < kf_ColumnBlockGroups; ++g)
-        kf_SplitRadixRow<Lane>(kf_BlockGroupLanes<Lane>(group, g), group.n, group.direction, *group.rotation,
-                               group.bitReverse, kf_FitElements<Lane>());
+        kf_SplitRadixRow<Lane>(kf_BlockGroupLanes<Lane>(group, g), group.n, kf_Direction::Forward,
+                               *group.rotation, group.bitReverse, kf_FitElements<Lane>());
     kf_ScatterColumnBlock<Lane>(group);
 }
 
@@ -280,7 +310,7 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
     for (int r = 0; r < H; ++r) {
         float* to = piece + ((H - r) % H) * rowFloats;
         if (r + ahead < H)
-            kf_PrefetchPiece<G * 8 * L, true>(piece + (H - r - ahead) * rowFloats);
+            kf_PrefetchPiece<Lane, true>(piece + (H - r - ahead) * rowFloats);
         for (int g = 0; g < G; ++g) {
             const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
             Lane::interleave(to + 2 * L * (G - 1 - g), lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
