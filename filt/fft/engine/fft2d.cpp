@@ -48,6 +48,7 @@ enum class Transposes { Yes, No };
 
 const kf_RotationTable& rotationTable(int sign);
 const std::int32_t* bitReverseTable(int n);
+const std::int32_t* bitReversedOrder(int n);
 
 // The tables and scratch of one call: the tables are shared and built once,
 // the scratch is released on every exit.
@@ -61,11 +62,16 @@ struct Workspace {
             scratch = std::make_unique<AlignedScratch<16>>(static_cast<std::size_t>(width) * height * 2);
     }
 
-    // Points at the bit-reversal table for rows of n elements.
-    void prepareRows(int n) { bitReverse = bitReverseTable(n); }
+    // Points at the bit-reversal tables for rows of n elements.
+    void prepareRows(int n)
+    {
+        bitReverse = bitReverseTable(n);
+        bitReversed = bitReversedOrder(n);
+    }
 
     const kf_RotationTable& rotation;
     const std::int32_t* bitReverse = nullptr;
+    const std::int32_t* bitReversed = nullptr;
     std::unique_ptr<AlignedScratch<16>> scratch;
 };
 
@@ -143,6 +149,26 @@ const std::int32_t* bitReverseTable(int n)
         for (int length = 1; length <= kfMaxTransformSide; length *= 2) {
             built.emplace_back(2 * static_cast<std::size_t>(length), -1);
             kf_BitReverseTable(built.back().data(), length);
+        }
+        return built;
+    }();
+    return tables[static_cast<std::size_t>(kf_Log2(n))].data();
+}
+
+// Element e's bit-reversed index in rows of n elements, 0-based.
+const std::int32_t* bitReversedOrder(int n)
+{
+    static const std::vector<std::vector<std::int32_t>> tables = [] {
+        std::vector<std::vector<std::int32_t>> built;
+        for (int length = 1, bits = 0; length <= kfMaxTransformSide; length *= 2, ++bits) {
+            std::vector<std::int32_t> order(static_cast<std::size_t>(length));
+            for (int e = 0; e < length; ++e) {
+                int reversed = 0;
+                for (int b = 0; b < bits; ++b)
+                    reversed |= ((e >> b) & 1) << (bits - 1 - b);
+                order[static_cast<std::size_t>(e)] = reversed;
+            }
+            built.push_back(std::move(order));
         }
         return built;
     }();
@@ -397,7 +423,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
 {
     work.prepareRows(height);
     kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse,
-                       nullptr};
+                       nullptr, work.bitReversed};
     auto scalar = [&](int c, float* slotScratch) {
         scalarColumn(data + 2 * c, 2L * width, height, direction, work, slotScratch);
     };
@@ -478,7 +504,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
 
     work.prepareRows(width);
     kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse,
-                      nullptr};
+                      nullptr, work.bitReversed};
     runLines(
         widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
         [&](int r, float*) {
@@ -506,7 +532,7 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
         const kf_RealRowConstants k = realRowConstants(width);
         work.prepareRows(n);
         kf_LineGroup rows{data,    nullptr, 2, 2L * width, n, kf_Direction::Forward, 0, &work.rotation,
-                          work.bitReverse, nullptr};
+                          work.bitReverse, nullptr, work.bitReversed};
         runLines(
             widths, rows, height, kEveryLine,
             [&k](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.realRows(g, k); },

@@ -86,9 +86,13 @@ void kf_GatherLines(const kf_LineGroup& group, Lane* lanes, int elements)
     }
 }
 
+// Writes back the lines' elements 0 .. elements - 1; `order` (nullptr: in
+// natural order) gives where in the scratch each element is.
 template <typename Lane>
-void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
+void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements, const std::int32_t* order)
 {
+    // Float f of the lines' results: an element's real or imaginary part.
+    auto part = [&](int f) -> const Lane& { return lanes[2 * (order ? order[f / 2] : f / 2) + f % 2]; };
     constexpr int L = Lane::width;
     constexpr unsigned all = L >= 32 ? ~0u : (1u << L) - 1u;
     const bool conjugate = kf_Conjugates(group);
@@ -100,8 +104,8 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
                 __builtin_prefetch(next, 1);
                 __builtin_prefetch(next + 8 * L - 1, 1);
             }
-            Lane::interleave(group.base + e * group.elementStride, lanes[2 * e],
-                             kf_ImaginaryPart(lanes[2 * e + 1], conjugate));
+            Lane::interleave(group.base + e * group.elementStride, part(2 * e),
+                             kf_ImaginaryPart(part(2 * e + 1), conjugate));
         }
         return;
     }
@@ -111,8 +115,8 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
         for (; f0 + L <= floats; f0 += L) {
             Lane block[L];
             for (int f = 0; f < L; f += 2) {
-                block[f] = lanes[f0 + f];
-                block[f + 1] = kf_ImaginaryPart(lanes[f0 + f + 1], conjugate);
+                block[f] = part(f0 + f);
+                block[f + 1] = kf_ImaginaryPart(part(f0 + f + 1), conjugate);
             }
             Lane::transpose(block);
             for (int l = 0; l < L; ++l)
@@ -123,8 +127,8 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements)
     for (; f0 < floats; f0 += L) {
         const int count = floats - f0 < L ? floats - f0 : L;
         for (int f = 0; f < count; f += 2) {
-            lanes[f0 + f].store(table + f * L);
-            kf_ImaginaryPart(lanes[f0 + f + 1], conjugate).store(table + (f + 1) * L);
+            part(f0 + f).store(table + f * L);
+            kf_ImaginaryPart(part(f0 + f + 1), conjugate).store(table + (f + 1) * L);
         }
         for (int l = 0; l < L; ++l) {
             if (!(group.keep & (1u << l)))
@@ -147,9 +151,8 @@ void kf_ComplexLines(const kf_LineGroup& group)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     kf_GatherLines(group, lanes, group.n);
-    kf_SplitRadixRow<Lane>(lanes, group.n, kf_Direction::Forward, *group.rotation, group.bitReverse,
-                           kf_FitElements<Lane>());
-    kf_ScatterLines(group, lanes, group.n);
+    kf_ButterfliesByBlock(kf_RowElements<Lane>{lanes}, group.n, *group.rotation, kf_FitElements<Lane>());
+    kf_ScatterLines(group, lanes, group.n, group.bitReversed);
 }
 
 template <typename Lane>
@@ -164,16 +167,16 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     kf_SplitRadixRow<Lane>(lanes, n, kf_Direction::Forward, *group.rotation, group.bitReverse,
                            kf_FitElements<Lane>());
     kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
-    kf_ScatterLines(group, lanes, n + 1);
+    kf_ScatterLines(group, lanes, n + 1, nullptr);
 }
 
 // The conjugates of a group of adjacent columns firstColumn .. (their
-// transforms in `lanes`) written while the columns are at hand: element
+// transforms in `lanes`, element r at order[r]) written while the columns are at hand: element
 // (r, c) with 1 <= c <= W/2 - 1 also goes conjugated to ((H - r) mod H,
 // W - c), the spectrum's redundant half. Negation is the lane's sign flip,
 // the same bits as the scalar negation.
 template <typename Lane>
-void kf_WriteConjugates(const Lane* lanes, float* data, int firstColumn, int width, int H)
+void kf_WriteConjugates(const Lane* lanes, const std::int32_t* order, float* data, int firstColumn, int width, int H)
 {
     constexpr int L = Lane::width;
     const long rowFloats = 2L * width;
@@ -187,7 +190,7 @@ void kf_WriteConjugates(const Lane* lanes, float* data, int firstColumn, int wid
                 __builtin_prefetch(next, 1);
                 __builtin_prefetch(next + 8 * L - 1, 1);
             }
-            Lane::interleave(to, lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+            Lane::interleave(to, lanes[2 * order[r]].reversed(), (-lanes[2 * order[r] + 1]).reversed());
         }
         return;
     }
@@ -201,7 +204,7 @@ void kf_WriteConjugates(const Lane* lanes, float* data, int firstColumn, int wid
         return;
     alignas(64) float piece[2 * L];
     for (int r = 0; r < H; ++r) {
-        Lane::interleave(piece, lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+        Lane::interleave(piece, lanes[2 * order[r]].reversed(), (-lanes[2 * order[r] + 1]).reversed());
         float* to = data + ((H - r) % H) * rowFloats + 2 * (width - firstColumn - L + 1);
         std::memcpy(to + 2 * kFirst, piece + 2 * kFirst, sizeof(float) * 2 * static_cast<std::size_t>(kEnd - kFirst));
     }
@@ -213,11 +216,10 @@ void kf_RealColumns(const kf_LineGroup& group, int firstColumn, int width)
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     const int H = group.n;
     kf_GatherLines(group, lanes, H);
-    kf_SplitRadixRow<Lane>(lanes, H, kf_Direction::Forward, *group.rotation, group.bitReverse,
-                           kf_FitElements<Lane>());
-    kf_ScatterLines(group, lanes, H);
+    kf_ButterfliesByBlock(kf_RowElements<Lane>{lanes}, H, *group.rotation, kf_FitElements<Lane>());
+    kf_ScatterLines(group, lanes, H, group.bitReversed);
 
-    kf_WriteConjugates(lanes, group.base - 2 * firstColumn, firstColumn, width, H);
+    kf_WriteConjugates(lanes, group.bitReversed, group.base - 2 * firstColumn, firstColumn, width, H);
 }
 
 // Column blocks: kf_ColumnBlockGroups adjacent groups of columns walked down
@@ -274,7 +276,8 @@ void kf_ScatterColumnBlock(const kf_LineGroup& group)
             kf_PrefetchPiece<Lane, true>(row + ahead * group.elementStride);
         for (int g = 0; g < G; ++g) {
             const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
-            Lane::interleave(row + 2 * L * g, lanes[2 * e], kf_ImaginaryPart(lanes[2 * e + 1], conjugate));
+            const int at = group.bitReversed[e];
+            Lane::interleave(row + 2 * L * g, lanes[2 * at], kf_ImaginaryPart(lanes[2 * at + 1], conjugate));
         }
     }
 }
@@ -284,8 +287,8 @@ void kf_ComplexColumnBlock(const kf_LineGroup& group)
 {
     kf_GatherColumnBlock<Lane>(group);
     for (int g = 0; g < kf_ColumnBlockGroups; ++g)
-        kf_SplitRadixRow<Lane>(kf_BlockGroupLanes<Lane>(group, g), group.n, kf_Direction::Forward,
-                               *group.rotation, group.bitReverse, kf_FitElements<Lane>());
+        kf_ButterfliesByBlock(kf_RowElements<Lane>{kf_BlockGroupLanes<Lane>(group, g)}, group.n, *group.rotation,
+                              kf_FitElements<Lane>());
     kf_ScatterColumnBlock<Lane>(group);
 }
 
@@ -299,7 +302,8 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
     const int H = group.n;
     if (!(firstColumn >= 1 && firstColumn + G * L - 1 <= width / 2 - 1)) {
         for (int g = 0; g < G; ++g)
-            kf_WriteConjugates(kf_BlockGroupLanes<Lane>(group, g), data, firstColumn + g * L, width, H);
+            kf_WriteConjugates(kf_BlockGroupLanes<Lane>(group, g), group.bitReversed, data, firstColumn + g * L,
+                               width, H);
         return;
     }
     // The whole block's conjugates, columns W - firstColumn - GL + 1 ..
@@ -313,7 +317,8 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
             kf_PrefetchPiece<Lane, true>(piece + (H - r - ahead) * rowFloats);
         for (int g = 0; g < G; ++g) {
             const Lane* lanes = kf_BlockGroupLanes<Lane>(group, g);
-            Lane::interleave(to + 2 * L * (G - 1 - g), lanes[2 * r].reversed(), (-lanes[2 * r + 1]).reversed());
+            const int at = group.bitReversed[r];
+            Lane::interleave(to + 2 * L * (G - 1 - g), lanes[2 * at].reversed(), (-lanes[2 * at + 1]).reversed());
         }
     }
 }

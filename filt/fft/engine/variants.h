@@ -28,6 +28,10 @@ struct kf_LineGroup {
     const kf_RotationTable* rotation;
     const std::int32_t* bitReverse;
     float* scratch;            // 64-byte aligned, 2 * (n + 1) * lanes floats
+    // The bit-reversed index of each element 0 .. n - 1: where the
+    // butterflies leave element e of a line's result, which the scatters
+    // read from there instead of unscrambling the scratch first.
+    const std::int32_t* bitReversed;
 };
 
 // The untangling constants of the real-input row pass.
