@@ -14,7 +14,6 @@
 #include "fft/engine/variants.h"
 
 #include <algorithm>
-#include <cstring>
 
 // Blocks of a line group's scratch that stay in the first-level cache (32 KiB
 // of a lane's reals and imaginaries) run their butterflies there, depth first.
@@ -170,6 +169,9 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
     kf_ScatterLines(group, lanes, n + 1, nullptr);
 }
 
+// The row whose conjugate row r mirrors, (H - r) mod H, without a division.
+static inline long kf_MirrorRow(int r, int H) { return r == 0 ? 0 : H - r; }
+
 // The conjugates of a group of adjacent columns firstColumn .. (their
 // transforms in `lanes`, element r at order[r]) written while the columns are at hand: element
 // (r, c) with 1 <= c <= W/2 - 1 also goes conjugated to ((H - r) mod H,
@@ -184,7 +186,7 @@ void kf_WriteConjugates(const Lane* lanes, const std::int32_t* order, float* dat
         // Columns W - firstColumn - L + 1 .. W - firstColumn, in reverse.
         constexpr int ahead = 8;
         for (int r = 0; r < H; ++r) {
-            float* to = data + ((H - r) % H) * rowFloats + 2 * (width - firstColumn - L + 1);
+            float* to = data + kf_MirrorRow(r, H) * rowFloats + 2 * (width - firstColumn - L + 1);
             if (r + ahead < H) {
                 const char* next = reinterpret_cast<const char*>(to - ahead * rowFloats);
                 __builtin_prefetch(next, 1);
@@ -205,8 +207,10 @@ void kf_WriteConjugates(const Lane* lanes, const std::int32_t* order, float* dat
     alignas(64) float piece[2 * L];
     for (int r = 0; r < H; ++r) {
         Lane::interleave(piece, lanes[2 * order[r]].reversed(), (-lanes[2 * order[r] + 1]).reversed());
-        float* to = data + ((H - r) % H) * rowFloats + 2 * (width - firstColumn - L + 1);
-        std::memcpy(to + 2 * kFirst, piece + 2 * kFirst, sizeof(float) * 2 * static_cast<std::size_t>(kEnd - kFirst));
+        float* to = data + kf_MirrorRow(r, H) * rowFloats + 2 * (width - firstColumn - L + 1);
+        for (int f = 0; f < 2 * L; ++f)   // a fixed count: no call to a library copy
+            if (f >= 2 * kFirst && f < 2 * kEnd)
+                to[f] = piece[f];
     }
 }
 
@@ -312,7 +316,7 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
     const long rowFloats = 2L * width;
     float* const piece = data + 2 * (width - firstColumn - G * L + 1);
     for (int r = 0; r < H; ++r) {
-        float* to = piece + ((H - r) % H) * rowFloats;
+        float* to = piece + kf_MirrorRow(r, H) * rowFloats;
         if (r + ahead < H)
             kf_PrefetchPiece<Lane, true>(piece + (H - r - ahead) * rowFloats);
         for (int g = 0; g < G; ++g) {
