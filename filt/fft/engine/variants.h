@@ -29,6 +29,10 @@ struct kf_LineGroup {
     const kf_RotationTable* rotation;
     const std::int32_t* bitReverse;
     float* scratch;            // 64-byte aligned, 2 * (n + 1) * lanes floats
+    // The bit-reversed index of each element 0 .. n - 1: where the
+    // butterflies leave element e of a line's result, which the scatters
+    // read from there instead of unscrambling the scratch first.
+    const std::int32_t* bitReversed;
 };
 
 // The untangling constants of the real-input row pass.
@@ -49,11 +53,19 @@ struct kf_LaneWidth {
     // (r, c) with 1 <= c <= W/2 - 1 also written conjugated at
     // ((H - r) mod H, W - c), the spectrum's redundant half.
     void (*realColumns)(const kf_LineGroup& group, int firstColumn, int width);
+    // complexLines and realColumns over kf_ColumnBlockGroups adjacent groups
+    // of columns at once (base at the first; every lane kept; the scratch
+    // holds each group's part one after the other).
+    void (*complexColumnBlock)(const kf_LineGroup& group);
+    void (*realColumnBlock)(const kf_LineGroup& group, int firstColumn, int width);
     // realRows on rows firstRow .. of `pixels` (their samples as floats)
     // instead of the group's floats: the same floats reach the butterflies.
     void (*realRowsFromPixels)(const kf_LineGroup& group, const kf_RealRowConstants& constants,
                                const kf_PixelRows& pixels, int firstRow);
 };
+
+// Groups of adjacent columns walked down the matrix together.
+constexpr int kf_ColumnBlockGroups = 4;
 
 // Pixel conversion of `count` complex elements: the magnitude
 // sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
