@@ -53,8 +53,8 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, in
     written.done();
 }
 
-// Two images: interleaved (real, imaginary), the padding zeroed after, then
-// the complex engine.
+// Two images: their pixels as the real and imaginary parts of the
+// complex engine's samples.
 template <typename T>
 void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result,
                 int threads)
@@ -69,18 +69,9 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> re = pixelsToRead(real, W, H);
     const kxPelBuffer_const<T> im = pixelsToRead(imag, W, H);
-
-    float* row = Access::data(result);
-    const T* rePixels = re.pointToOffset();
-    const T* imPixels = im.pointToOffset();
-    for (long y = 0; y < re.height(); ++y, row += 2 * W, rePixels += re.rowUpdate(), imPixels += im.rowUpdate())
-        for (long x = 0; x < re.width(); ++x) {
-            row[2 * x] = static_cast<float>(rePixels[x]);
-            row[2 * x + 1] = static_cast<float>(imPixels[x]);
-        }
-    kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
-
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H), threads);
+    kf_ComplexFFT2DFromPixels(kf_PixelRowsOf(re.pointToOffset(), re.rowUpdate(), re.width(), re.height()),
+                              kf_PixelRowsOf(im.pointToOffset(), im.rowUpdate(), im.width(), im.height()),
+                              Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 

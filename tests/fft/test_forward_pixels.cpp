@@ -1,7 +1,9 @@
-// The real forward transform that reads an image's pixels in its first pass
-// gives, for every variant and thread count, the bits of the scalar engine
-// run on the same pixels converted to floats beforehand: 8-bit, 16-bit and
-// double images, windows onto wider rows, offsets, every element written.
+// The forward transforms that read pixels in their first pass (one image
+// into the real engine, two as real and imaginary parts into the complex
+// one) give, for every variant and thread count, the bits of the scalar
+// engine run on the same pixels converted to floats beforehand: 8-bit,
+// 16-bit and double images, windows onto wider rows, offsets, every element
+// written.
 #include "fft/buffer_access.h"
 #include "fft/engine/engine.h"
 #include "fft/engine/pixels.h"
@@ -92,28 +94,64 @@ Window<T> makeWindow(long w, long h, long extra, T poison, const std::function<T
 // The samples written one by one as the forward transform always has (the
 // pixels, then zeros up to W floats, 2 for W = 1), then the real engine,
 // with the named variant, into a store first filled with NaN.
+// The samples written one by one as the forward transforms always have,
+// then the engine, with the named variant, into a store first filled with
+// NaN. One image: the pixels, then zeros up to W floats (2 for W = 1), and
+// the real engine. With a second image: (real, imaginary) pairs, then
+// zeros, and the complex engine.
 template <typename T>
-std::vector<float> convertedFirst(const char* variant, const Window<T>& image, long W, long H)
+std::vector<float> convertedFirst(const char* variant, const Window<T>& image, const Window<T>* imag, long W, long H)
 {
     Forced forced(variant);
     EXPECT_TRUE(forced.ok()) << variant;
     std::vector<float> data(static_cast<std::size_t>(2 * W * H), kNaN);
-    for (long y = 0; y < H; ++y)
-        for (long x = 0; x < (W == 1 ? 2 : W); ++x)
-            data[static_cast<std::size_t>(2 * W * y + x)] =
-                x < image.width && y < image.height ? static_cast<float>(image.pixel(x, y)) : 0.0f;
-    kf_RealFFT2D(data.data(), kxPair<long>(W, H));
+    auto sample = [&](const Window<T>& from, long x, long y) {
+        return x < from.width && y < from.height ? static_cast<float>(from.pixel(x, y)) : 0.0f;
+    };
+    for (long y = 0; y < H; ++y) {
+        float* row = data.data() + 2 * W * y;
+        if (imag) {
+            for (long x = 0; x < W; ++x) {
+                row[2 * x] = sample(image, x, y);
+                row[2 * x + 1] = sample(*imag, x, y);
+            }
+        } else {
+            for (long x = 0; x < (W == 1 ? 2 : W); ++x)
+                row[x] = sample(image, x, y);
+        }
+    }
+    if (imag)
+        kf_ComplexFFT2D(data.data(), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H));
+    else
+        kf_RealFFT2D(data.data(), kxPair<long>(W, H));
     return data;
 }
 
 template <typename T>
-std::vector<float> fromPixels(const char* variant, const Window<T>& image, long W, long H, int threads)
+std::vector<float> fromPixels(const char* variant, const Window<T>& image, const Window<T>* imag, long W, long H,
+                              int threads)
 {
     Forced forced(variant);
     EXPECT_TRUE(forced.ok()) << variant;
     std::vector<float> data(static_cast<std::size_t>(2 * W * H), kNaN);
-    kf_RealFFT2DFromPixels(image.rows(), data.data(), kxPair<long>(W, H), threads);
+    if (imag)
+        kf_ComplexFFT2DFromPixels(image.rows(), imag->rows(), data.data(), kxPair<long>(W, H), threads);
+    else
+        kf_RealFFT2DFromPixels(image.rows(), data.data(), kxPair<long>(W, H), threads);
     return data;
+}
+
+// The image turned by half a turn, in rows of another stride: a second
+// image of the same size and kind of values.
+template <typename T>
+Window<T> turned(const Window<T>& image)
+{
+    long i = 0;
+    return makeWindow<T>(image.width, image.height, image.stride - image.width + 1, image.store[0], [&] {
+        const long x = i % image.width, y = i / image.width;
+        ++i;
+        return image.pixel(image.width - 1 - x, image.height - 1 - y);
+    });
 }
 
 bool sameBits(const std::vector<float>& a, const std::vector<float>& b)
@@ -140,20 +178,25 @@ bool sameBitsUpToNaNs(const std::vector<float>& a, const std::vector<float>& b)
 
 // Every variant at each thread count against its own transform of the
 // samples converted beforehand (the pixels reach the butterflies as the same
-// floats) and against the scalar engine's, up to NaNs for `nonFinite`.
+// floats) and against the scalar engine's, up to NaNs for `nonFinite`: the
+// image alone, and as the real part with its half-turned copy.
 template <typename T>
 void expectMatches(const Window<T>& image, const std::vector<int>& threadCounts, const std::string& what,
                    bool nonFinite = false)
 {
     const long W = paddedSide(image.width), H = paddedSide(image.height);
-    const std::vector<float> scalar = convertedFirst("scalar", image, W, H);
-    for (const char* variant : usableVariants()) {
-        const std::vector<float> own = convertedFirst(variant, image, W, H);
-        for (int threads : threadCounts) {
-            const std::vector<float> fused = fromPixels(variant, image, W, H, threads);
-            EXPECT_TRUE(sameBits(fused, own)) << variant << " " << threads << " threads: " << what;
-            EXPECT_TRUE(nonFinite ? sameBitsUpToNaNs(fused, scalar) : sameBits(fused, scalar))
-                << variant << " " << threads << " threads, against scalar: " << what;
+    const Window<T> second = turned(image);
+    for (const Window<T>* imag : {static_cast<const Window<T>*>(nullptr), &second}) {
+        const std::string kind = imag ? "two images, " : "one image, ";
+        const std::vector<float> scalar = convertedFirst("scalar", image, imag, W, H);
+        for (const char* variant : usableVariants()) {
+            const std::vector<float> own = convertedFirst(variant, image, imag, W, H);
+            for (int threads : threadCounts) {
+                const std::vector<float> fused = fromPixels(variant, image, imag, W, H, threads);
+                EXPECT_TRUE(sameBits(fused, own)) << variant << " " << threads << " threads: " << kind << what;
+                EXPECT_TRUE(nonFinite ? sameBitsUpToNaNs(fused, scalar) : sameBits(fused, scalar))
+                    << variant << " " << threads << " threads, against scalar: " << kind << what;
+            }
         }
     }
 }
@@ -241,30 +284,39 @@ TEST(ForwardPixels, LargeSizesAndEveryThreadCountMatchTheScalarEngine)
     }
 }
 
-// The fused first pass polls where the separate conversion and the row
-// pass did together: the conversion never polled.
-TEST(ForwardPixels, PollsAsTheRealEngineDoes)
+// The fused first passes poll where the separate conversions and the row
+// passes did together: the conversions never polled.
+TEST(ForwardPixels, PollsAsTheEnginesDo)
 {
+    auto polls = [](const char* variant, const std::function<void(float*)>& run, std::size_t floats) {
+        Forced forced(variant);
+        std::vector<float> data(floats, kNaN);
+        kxAttention::Probe probe;
+        run(data.data());
+        return probe.count();
+    };
     for (long w : {1L, 3L, 8L, 64L, 100L})
         for (long h : {1L, 4L, 17L, 64L, 256L}) {
             const unsigned seed = static_cast<unsigned>(w * h);
             const Window<unsigned char> image =
                 makeWindow<unsigned char>(w, h, 1, 255, uniformPixels<unsigned char>(seed, 0, 256));
+            const Window<unsigned char> second = turned(image);
             const long W = paddedSide(w), H = paddedSide(h);
-            unsigned long expected = 0;
-            {
-                Forced forced("scalar");
-                std::vector<float> data(static_cast<std::size_t>(2 * W * H), 0.0f);
-                kxAttention::Probe probe;
-                kf_RealFFT2D(data.data(), kxPair<long>(W, H));
-                expected = probe.count();
-            }
+            const kxPair<long> size(W, H);
+            const std::size_t floats = static_cast<std::size_t>(2 * W * H);
+            const unsigned long real = polls("scalar", [&](float* d) { kf_RealFFT2D(d, size); }, floats);
+            const unsigned long complex = polls(
+                "scalar", [&](float* d) { kf_ComplexFFT2D(d, size, kf_Direction::Forward, kf_AllRows(H)); }, floats);
             for (const char* variant : usableVariants()) {
-                Forced forced(variant);
-                std::vector<float> data(static_cast<std::size_t>(2 * W * H), kNaN);
-                kxAttention::Probe probe;
-                kf_RealFFT2DFromPixels(image.rows(), data.data(), kxPair<long>(W, H));
-                EXPECT_EQ(probe.count(), expected) << variant << " " << w << " x " << h;
+                EXPECT_EQ(polls(variant, [&](float* d) { kf_RealFFT2DFromPixels(image.rows(), d, size); }, floats),
+                          real)
+                    << variant << " " << w << " x " << h;
+                EXPECT_EQ(polls(
+                              variant,
+                              [&](float* d) { kf_ComplexFFT2DFromPixels(image.rows(), second.rows(), d, size); },
+                              floats),
+                          complex)
+                    << variant << " two images " << w << " x " << h;
             }
         }
 }
@@ -280,16 +332,32 @@ std::vector<float> storeOf(const kxFrequencyBuffer& b)
 // The library's forward from an image whose rows are wider than it (a
 // large row alignment) and, for `offset`, placed away from the origin,
 // into a buffer of the padded size already holding NaN.
+// With `imag`, the forward of the two images as real and imaginary parts.
 template <typename T>
-std::vector<float> forwardOf(const char* variant, const kxPelBuffer<T>& image, int threads)
+std::vector<float> forwardOf(const char* variant, const kxPelBuffer<T>& image, const kxPelBuffer<T>* imag,
+                             int threads)
 {
     Forced forced(variant);
     EXPECT_TRUE(forced.ok()) << variant;
     kxFrequencyBuffer result(image.width(), image.height());
     std::fill(Access::data(result),
               Access::data(result) + 2 * Access::paddedWidth(result) * Access::paddedHeight(result), kNaN);
-    kfForwardFFT<T>(image, result, kxTransformThreads(threads));
+    if (imag)
+        kfForwardFFT<T>(image, *imag, result, kxTransformThreads(threads));
+    else
+        kfForwardFFT<T>(image, result, kxTransformThreads(threads));
     return storeOf(result);
+}
+
+template <typename T>
+kxPelBuffer<T> randomImage(long w, long h, long alignment, unsigned seed, double low, double high)
+{
+    kxPelBuffer<T> image(w, h, alignment);
+    const auto next = uniformPixels<T>(seed, low, high);
+    for (long y = 0; y < image.height(); ++y)
+        for (long x = 0; x < image.width(); ++x)
+            image(x, y) = next();
+    return image;
 }
 
 template <typename T>
@@ -298,20 +366,22 @@ void expectEntryPointMatches(double low, double high)
     unsigned seed = 40;
     for (auto s : {std::pair<long, long>{1, 1}, {5, 3}, {37, 20}, {64, 1}, {1, 64}, {100, 70}, {300, 129}})
         for (bool offset : {false, true}) {
-            kxPelBuffer<T> image(s.first, s.second, 1024);
+            kxPelBuffer<T> image = randomImage<T>(s.first, s.second, 1024, ++seed, low, high);
+            kxPelBuffer<T> imag = randomImage<T>(s.first, s.second, 512, ++seed, low, high);
             ASSERT_GT(image.rowUpdate(), image.width());
-            const auto next = uniformPixels<T>(++seed, low, high);
-            for (long y = 0; y < image.height(); ++y)
-                for (long x = 0; x < image.width(); ++x)
-                    image(x, y) = next();
-            if (offset)
+            if (offset) {
                 image.offset(kxPair<long>(-3, 11));
-            const std::vector<float> scalar = forwardOf("scalar", image, 1);
-            for (const char* variant : usableVariants())
-                for (int threads : {1, 2, 4})
-                    EXPECT_TRUE(sameBits(forwardOf(variant, image, threads), scalar))
-                        << variant << " " << threads << " threads, " << s.first << " x " << s.second
-                        << (offset ? " with an offset" : "");
+                imag.offset(kxPair<long>(-3, 11));
+            }
+            const kxPelBuffer<T>* const both = &imag;
+            for (const kxPelBuffer<T>* second : {static_cast<const kxPelBuffer<T>*>(nullptr), both}) {
+                const std::vector<float> scalar = forwardOf("scalar", image, second, 1);
+                for (const char* variant : usableVariants())
+                    for (int threads : {1, 2, 4})
+                        EXPECT_TRUE(sameBits(forwardOf(variant, image, second, threads), scalar))
+                            << variant << " " << threads << " threads, " << s.first << " x " << s.second
+                            << (offset ? " with an offset" : "") << (second ? ", two images" : "");
+            }
         }
 }
 

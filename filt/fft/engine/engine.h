@@ -60,6 +60,12 @@ void kf_RealFFT2D(float* data, kxPair<long> size, int threads = kf_CallingThread
 void kf_RealFFT2DFromPixels(const kf_PixelRows& pixels, float* data, kxPair<long> size,
                             int threads = kf_CallingThreadOnly);
 
+// The forward kf_ComplexFFT2D of every row of two images' samples as the
+// real and imaginary parts (of one size and pixel type, fitting in `size`),
+// read as kf_RealFFT2DFromPixels reads one image.
+void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
+                               int threads = kf_CallingThreadOnly);
+
 // Bit-reversal exchange table for rows of n elements, 1-based: entry i holds
 // -1 (no exchange starts here) or 2*j, the 1-based float index of element j
 // that element i is exchanged with.

@@ -487,8 +487,11 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
 }
 
 // source: nullptr in place, otherwise the matrix the row pass reads.
+// real, imag: when given (forward, every row, no source), two images whose
+// samples the row pass reads as the real and imaginary parts instead.
 void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* data, int width, int height,
-                        kf_Direction direction, kf_RowBand band, int threads)
+                        kf_Direction direction, kf_RowBand band, int threads, const kf_PixelRows* real = nullptr,
+                        const kf_PixelRows* imag = nullptr)
 {
     Workspace work(width, height, 1, Transposes::No);
     SlotScratch scratch(groupScratchFloats(widths, width, height, width), threads);
@@ -506,11 +509,19 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
     kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse,
                       nullptr, work.bitReversed};
     runLines(
-        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
+        widths, rows, height, inBand,
+        [&](const kf_LaneWidth& w, const kf_LineGroup& g, bool) {
+            if (real)
+                w.complexRowsFromPixels(g, *real, *imag, static_cast<int>((g.base - data) / (2L * width)));
+            else
+                w.complexLines(g);
+        },
         [&](int r, float*) {
             float* row = data + r * rowFloats;
             if (source)
                 std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
+            if (real)
+                kf_PixelPairsToRow(*real, *imag, r, row, width);
             kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse);
         },
         scratch, threads);
@@ -656,4 +667,21 @@ void kf_FillConjugateHalf(float* data, kxPair<long> size)
             row[2 * (width - k) + 1] = -partner[2 * k + 1];
         }
     }
+}
+
+void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
+                               int threads)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                           kf_Direction::Forward, kf_AllRows(size.y()), usefulThreads(threads, size.x() * size.y()),
+                           &real, &imag);
+        return;
+    }
+    // The readable reference: the rows of (real, imaginary) pairs written
+    // first, then transformed.
+    for (long y = 0; y < size.y(); ++y)
+        kf_PixelPairsToRow(real, imag, y, data + 2 * size.x() * y, size.x());
+    kf_ComplexFFT2D(data, size, kf_Direction::Forward, kf_AllRows(size.y()), threads);
 }

@@ -145,13 +145,20 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements,
     }
 }
 
+// The complex line pass on lines already gathered into `lanes`.
+template <typename Lane>
+void kf_TransformComplexLines(const kf_LineGroup& group, Lane* lanes)
+{
+    kf_ButterfliesByBlock(kf_RowElements<Lane>{lanes}, group.n, *group.rotation, kf_FitElements<Lane>());
+    kf_ScatterLines(group, lanes, group.n, group.bitReversed);
+}
+
 template <typename Lane>
 void kf_ComplexLines(const kf_LineGroup& group)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     kf_GatherLines(group, lanes, group.n);
-    kf_ButterfliesByBlock(kf_RowElements<Lane>{lanes}, group.n, *group.rotation, kf_FitElements<Lane>());
-    kf_ScatterLines(group, lanes, group.n, group.bitReversed);
+    kf_TransformComplexLines(group, lanes);
 }
 
 // The real row pass on rows already gathered into `lanes` (2n floats each).
@@ -338,6 +345,9 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
 template <typename Lane>
 void kf_RealRowsFromPixels(const kf_LineGroup& group, const kf_RealRowConstants& k, const kf_PixelRows& pixels,
                            int firstRow);
+template <typename Lane>
+void kf_ComplexRowsFromPixels(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
+                              int firstRow);
 
 // The entry of a variant's table for one lane type.
 template <typename Lane>
@@ -345,5 +355,5 @@ constexpr kf_LaneWidth kf_LaneWidthOf()
 {
     return kf_LaneWidth{Lane::width,           kf_ComplexLines<Lane>,       kf_RealRows<Lane>,
                         kf_RealColumns<Lane>, kf_ComplexColumnBlock<Lane>, kf_RealColumnBlock<Lane>,
-                        kf_RealRowsFromPixels<Lane>};
+                        kf_RealRowsFromPixels<Lane>, kf_ComplexRowsFromPixels<Lane>};
 }

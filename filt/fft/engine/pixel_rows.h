@@ -64,54 +64,78 @@ Lane kf_LoadPixels(const T* p)
 #endif
 }
 
-// Rows firstRow .. firstRow + L - 1 of the samples of `pixels`, `floats`
-// (a multiple of L) of each, into lanes[0 .. floats): L x L blocks of
-// pixels converted to floats and transposed in registers, as
-// kf_GatherLines does with floats. Blocks wholly past the image are zeros.
+// Pixels x0 .. x0 + L - 1 of rows firstRow .. firstRow + L - 1 of
+// `pixels` as samples (zeros past the image), transposed in registers:
+// block[j] holds sample x0 + j of each row, one row per lane, as
+// kf_GatherLines transposes floats.
 template <typename Lane, typename T>
-void kf_GatherPixelRows(const T* first, const kf_PixelRows& pixels, int firstRow, Lane* lanes, int floats)
+void kf_PixelBlock(const T* first, const kf_PixelRows& pixels, int firstRow, long x0, Lane* block)
 {
     constexpr int L = Lane::width;
     const long rows = std::min<long>(L, pixels.height - firstRow);
-    for (int f0 = 0; f0 < floats; f0 += L) {
-        const long count = std::min<long>(L, pixels.width - f0);
-        if (rows <= 0 || count <= 0) {
-            for (int f = 0; f < L; ++f)
-                lanes[f0 + f] = Lane(0.0f);
-            continue;
-        }
-        Lane block[L];
-        if (count == L) {
-            for (int l = 0; l < L; ++l)
-                block[l] = l < rows ? kf_LoadPixels<Lane>(first + (firstRow + l) * pixels.stride + f0) : Lane(0.0f);
-        } else {
-            // The block across the image's right edge, pixel by pixel.
-            alignas(64) float table[L * L];
-            for (int l = 0; l < L; ++l) {
-                float* to = table + l * L;
-                long f = 0;
-                if (l < rows) {
-                    const T* from = first + (firstRow + l) * pixels.stride + f0;
-                    for (; f < count; ++f)
-                        to[f] = static_cast<float>(from[f]);
-                }
-                for (; f < L; ++f)
-                    to[f] = 0.0f;
-                block[l] = Lane::load(to);
-            }
-        }
-        Lane::transpose(block);
-        for (int f = 0; f < L; ++f)
-            lanes[f0 + f] = block[f];
+    const long count = std::min<long>(L, pixels.width - x0);
+    if (rows <= 0 || count <= 0) {
+        for (int j = 0; j < L; ++j)
+            block[j] = Lane(0.0f);
+        return;
     }
+    if (count == L) {
+        for (int l = 0; l < L; ++l)
+            block[l] = l < rows ? kf_LoadPixels<Lane>(first + (firstRow + l) * pixels.stride + x0) : Lane(0.0f);
+    } else {
+        // The block across the image's right edge, pixel by pixel.
+        alignas(64) float table[L * L];
+        for (int l = 0; l < L; ++l) {
+            float* to = table + l * L;
+            long f = 0;
+            if (l < rows) {
+                const T* from = first + (firstRow + l) * pixels.stride + x0;
+                for (; f < count; ++f)
+                    to[f] = static_cast<float>(from[f]);
+            }
+            for (; f < L; ++f)
+                to[f] = 0.0f;
+            block[l] = Lane::load(to);
+        }
+    }
+    Lane::transpose(block);
 }
 
+// The real row pass with rows firstRow .. of `pixels` as its samples (2n
+// per row, a multiple of the lanes).
 template <typename Lane>
 void kf_RealRowsFromPixels(const kf_LineGroup& group, const kf_RealRowConstants& k, const kf_PixelRows& pixels,
                            int firstRow)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
-    kf_WithPixels(pixels,
-                  [&](const auto* first) { kf_GatherPixelRows(first, pixels, firstRow, lanes, 2 * group.n); });
+    kf_WithPixels(pixels, [&](const auto* first) {
+        for (int f0 = 0; f0 < 2 * group.n; f0 += Lane::width)
+            kf_PixelBlock(first, pixels, firstRow, f0, lanes + f0);
+    });
     kf_TransformRealRows(group, k, lanes);
+}
+
+// The forward complex row pass with rows firstRow .. of two images as the
+// real and imaginary parts of its n elements (which may be fewer than the
+// lanes).
+template <typename Lane>
+void kf_ComplexRowsFromPixels(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
+                              int firstRow)
+{
+    constexpr int L = Lane::width;
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    kf_WithPixels(real, [&](const auto* realFirst) {
+        const auto* imagFirst = static_cast<decltype(realFirst)>(imag.first);
+        for (int e0 = 0; e0 < group.n; e0 += L) {
+            Lane re[L], im[L];
+            kf_PixelBlock(realFirst, real, firstRow, e0, re);
+            kf_PixelBlock(imagFirst, imag, firstRow, e0, im);
+            const int used = std::min(L, group.n - e0);
+            for (int j = 0; j < used; ++j) {
+                lanes[2 * (e0 + j)] = re[j];
+                lanes[2 * (e0 + j) + 1] = im[j];
+            }
+        }
+    });
+    kf_TransformComplexLines(group, lanes);
 }

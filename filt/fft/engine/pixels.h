@@ -57,3 +57,26 @@ inline void kf_PixelsToRow(const kf_PixelRows& rows, long y, float* row, long co
             row[x] = 0.0f;
     });
 }
+
+// Floats [0, 2 * elements) of row y of two images' samples as complex
+// elements: (real, imaginary) pairs, then zeros.
+inline void kf_PixelPairsToRow(const kf_PixelRows& real, const kf_PixelRows& imag, long y, float* row,
+                               long elements)
+{
+    kf_WithPixels(real, [&](const auto* realFirst) {
+        const auto* imagFirst = static_cast<decltype(realFirst)>(imag.first);
+        long x = 0;
+        if (y < real.height) {
+            const auto* re = realFirst + y * real.stride;
+            const auto* im = imagFirst + y * imag.stride;
+            for (; x < real.width && x < elements; ++x) {
+                row[2 * x] = static_cast<float>(re[x]);
+                row[2 * x + 1] = static_cast<float>(im[x]);
+            }
+        }
+        for (; x < elements; ++x) {
+            row[2 * x] = 0.0f;
+            row[2 * x + 1] = 0.0f;
+        }
+    });
+}

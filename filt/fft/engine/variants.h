@@ -62,6 +62,10 @@ struct kf_LaneWidth {
     // instead of the group's floats: the same floats reach the butterflies.
     void (*realRowsFromPixels)(const kf_LineGroup& group, const kf_RealRowConstants& constants,
                                const kf_PixelRows& pixels, int firstRow);
+    // complexLines (forward) on rows firstRow .. of two images of one size,
+    // their samples as the real and imaginary parts.
+    void (*complexRowsFromPixels)(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
+                                  int firstRow);
 };
 
 // Groups of adjacent columns walked down the matrix together.
