@@ -643,6 +643,23 @@ void kf_RealFFT2DFromPixels(const kf_PixelRows& pixels, float* data, kxPair<long
     kf_RealFFT2D(data, size, threads);
 }
 
+void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
+                               int threads)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                           kf_Direction::Forward, kf_AllRows(size.y()), usefulThreads(threads, size.x() * size.y()),
+                           &real, &imag);
+        return;
+    }
+    // The readable reference: the rows of (real, imaginary) pairs written
+    // first, then transformed.
+    for (long y = 0; y < size.y(); ++y)
+        kf_PixelPairsToRow(real, imag, y, data + 2 * size.x() * y, size.x());
+    kf_ComplexFFT2D(data, size, kf_Direction::Forward, kf_AllRows(size.y()), threads);
+}
+
 void kf_FillConjugateHalf(float* data, kxPair<long> size)
 {
     kxAttention::check();
@@ -667,21 +684,4 @@ void kf_FillConjugateHalf(float* data, kxPair<long> size)
             row[2 * (width - k) + 1] = -partner[2 * k + 1];
         }
     }
-}
-
-void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
-                               int threads)
-{
-    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
-    if (variant.widths) {
-        vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
-                           kf_Direction::Forward, kf_AllRows(size.y()), usefulThreads(threads, size.x() * size.y()),
-                           &real, &imag);
-        return;
-    }
-    // The readable reference: the rows of (real, imaginary) pairs written
-    // first, then transformed.
-    for (long y = 0; y < size.y(); ++y)
-        kf_PixelPairsToRow(real, imag, y, data + 2 * size.x() * y, size.x());
-    kf_ComplexFFT2D(data, size, kf_Direction::Forward, kf_AllRows(size.y()), threads);
 }

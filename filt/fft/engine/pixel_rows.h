@@ -1,7 +1,8 @@
 #pragma once
-// Internal: the real row pass reading an image's pixels, so that the floats
-// it transforms are never stored and read back. Included only by the
-// variant files; templates on the lane type, as in line_group.h.
+// Internal: the forward row passes reading images' pixels (one image as
+// real samples, two as real and imaginary parts), so that the floats they
+// transform are never stored and read back. Included only by the variant
+// files; templates on the lane type, as in line_group.h.
 #include "fft/engine/line_group.h"
 #include "fft/engine/pixels.h"
 
@@ -83,19 +84,16 @@ void kf_PixelBlock(const T* first, const kf_PixelRows& pixels, int firstRow, lon
         for (int l = 0; l < L; ++l)
             block[l] = l < rows ? kf_LoadPixels<Lane>(first + (firstRow + l) * pixels.stride + x0) : Lane(0.0f);
     } else {
-        // The block across the image's right edge, pixel by pixel.
-        alignas(64) float table[L * L];
+        // The block across the image's right edge: each row's pixels copied
+        // into L zero pixels first, which convert to the zero samples.
         for (int l = 0; l < L; ++l) {
-            float* to = table + l * L;
-            long f = 0;
+            T edge[L] = {};
             if (l < rows) {
                 const T* from = first + (firstRow + l) * pixels.stride + x0;
-                for (; f < count; ++f)
-                    to[f] = static_cast<float>(from[f]);
+                for (long f = 0; f < count; ++f)
+                    edge[f] = from[f];
             }
-            for (; f < L; ++f)
-                to[f] = 0.0f;
-            block[l] = Lane::load(to);
+            block[l] = kf_LoadPixels<Lane>(edge);
         }
     }
     Lane::transpose(block);
@@ -116,8 +114,7 @@ void kf_RealRowsFromPixels(const kf_LineGroup& group, const kf_RealRowConstants&
 }
 
 // The forward complex row pass with rows firstRow .. of two images as the
-// real and imaginary parts of its n elements (which may be fewer than the
-// lanes).
+// real and imaginary parts of its n elements.
 template <typename Lane>
 void kf_ComplexRowsFromPixels(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
                               int firstRow)
@@ -126,12 +123,30 @@ void kf_ComplexRowsFromPixels(const kf_LineGroup& group, const kf_PixelRows& rea
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
     kf_WithPixels(real, [&](const auto* realFirst) {
         const auto* imagFirst = static_cast<decltype(realFirst)>(imag.first);
+        if (group.n < L) {
+            // Rows shorter than the lanes: blocks of pixels would be mostly
+            // padding, so the rows are written as floats and gathered as usual.
+            for (int l = 0; l < L; ++l) {
+                float* row = group.base + l * group.lineStride;
+                const long y = firstRow + l;
+                const long count = y < real.height ? std::min<long>(real.width, group.n) : 0;
+                for (long x = 0; x < count; ++x) {
+                    row[2 * x] = static_cast<float>(realFirst[y * real.stride + x]);
+                    row[2 * x + 1] = static_cast<float>(imagFirst[y * imag.stride + x]);
+                }
+                for (long x = count; x < group.n; ++x) {
+                    row[2 * x] = 0.0f;
+                    row[2 * x + 1] = 0.0f;
+                }
+            }
+            kf_GatherLines(group, lanes, group.n);
+            return;
+        }
         for (int e0 = 0; e0 < group.n; e0 += L) {
             Lane re[L], im[L];
             kf_PixelBlock(realFirst, real, firstRow, e0, re);
             kf_PixelBlock(imagFirst, imag, firstRow, e0, im);
-            const int used = std::min(L, group.n - e0);
-            for (int j = 0; j < used; ++j) {
+            for (int j = 0; j < L; ++j) {
                 lanes[2 * (e0 + j)] = re[j];
                 lanes[2 * (e0 + j) + 1] = im[j];
             }
