@@ -13,6 +13,7 @@
 #include <cstdint>
 
 struct kf_RotationTable;
+struct kf_RingRow;   // freqfilt/ring_row.h
 
 // A group of `lanes` lines of a matrix of complex elements: element e of
 // line l has its real part at base[e * elementStride + l * lineStride] and
@@ -75,6 +76,8 @@ struct kf_EngineVariant {
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
     kf_Magnitudes8 magnitudes8;
     kf_Magnitudes16 magnitudes16;
+    // One row of the band filters' ring walk; nullptr: the scalar row.
+    void (*ringRow)(const kf_RingRow& row);
 };
 
 #if defined(__x86_64__) || defined(_M_X64)
