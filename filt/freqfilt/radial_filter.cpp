@@ -96,8 +96,11 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
         float* d = dst + 2 * y * width;
         const long rowFrequency = kf_RingFrequency(y, height);
         if (std::labs(rowFrequency) > rowLimit) {
-            for (long x = 0; x < width; ++x)
-                clearOutside ? kf_ClearElement(s + 2 * x, d + 2 * x) : kf_CopyElement(s + 2 * x, d + 2 * x);
+            // A whole row off the ring: cleared, or copied unless in place.
+            if (clearOutside)
+                std::fill(d, d + 2 * width, 0.0f);
+            else if (s != d)
+                std::copy(s, s + 2 * width, d);
             continue;
         }
         const std::int32_t v = static_cast<std::int32_t>(rowFrequency);
