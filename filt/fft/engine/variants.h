@@ -62,6 +62,7 @@ struct kf_LaneWidth {
 
 // Groups of adjacent columns walked down the matrix together.
 constexpr int kf_ColumnBlockGroups = 4;
+static_assert(16 * kf_ColumnBlockGroups <= 64, "a block's lines are counted in 64 bits");
 
 // Pixel conversion of `count` complex elements: the magnitude
 // sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
