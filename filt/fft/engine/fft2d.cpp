@@ -349,7 +349,7 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
         int first;
         const kf_LaneWidth* width;   // nullptr: one line, scalar
         bool block;
-        unsigned kept;
+        std::uint64_t kept;          // bit l: line first + l is kept (a block has up to 64 lines)
         int polls;                   // lines of the group whose index is a multiple of 16
     };
     auto linesKept = [&](Group& g, int count) {
@@ -357,7 +357,7 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
         g.polls = 0;
         for (int l = 0; l < count; ++l)
             if (keep(g.first + l)) {
-                g.kept |= 1u << l;
+                g.kept |= std::uint64_t(1) << l;
                 g.polls += (g.first + l) % 16 == 0 ? 1 : 0;
             }
         return count;
@@ -369,8 +369,9 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
         Group g{first, width, false, 0, 0};
         int count = lanes;
         if (blockGroups > 1 && width && lineCount - first >= lanes * blockGroups) {
-            const unsigned all = lanes * blockGroups >= 32 ? ~0u : (1u << (lanes * blockGroups)) - 1u;
-            count = linesKept(g, lanes * blockGroups);
+            const int blockLines = lanes * blockGroups;
+            const std::uint64_t all = blockLines >= 64 ? ~std::uint64_t(0) : (std::uint64_t(1) << blockLines) - 1;
+            count = linesKept(g, blockLines);
             g.block = g.kept == all;
         }
         if (!g.block)
@@ -389,7 +390,7 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
             kf_LineGroup mine = group;
             mine.base = base + g.first * group.lineStride;
             mine.source = source ? source + g.first * group.lineStride : nullptr;
-            mine.keep = g.kept;
+            mine.keep = static_cast<unsigned>(g.kept);   // read by single groups, of 16 lines at most
             mine.scratch = scratch.forSlot(slot);
             if (g.width)
                 runGroup(*g.width, mine, g.block);

@@ -13,7 +13,8 @@
 #include <cstdint>
 
 struct kf_RotationTable;
-struct kf_PixelRows;
+struct kf_PixelRows;   // fft/engine/pixels.h
+struct kf_RingRow;   // freqfilt/ring_row.h
 
 // A group of `lanes` lines of a matrix of complex elements: element e of
 // line l has its real part at base[e * elementStride + l * lineStride] and
@@ -70,6 +71,7 @@ struct kf_LaneWidth {
 
 // Groups of adjacent columns walked down the matrix together.
 constexpr int kf_ColumnBlockGroups = 4;
+static_assert(16 * kf_ColumnBlockGroups <= 64, "a block's lines are counted in 64 bits");
 
 // Pixel conversion of `count` complex elements: the magnitude
 // sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
@@ -84,6 +86,8 @@ struct kf_EngineVariant {
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
     kf_Magnitudes8 magnitudes8;
     kf_Magnitudes16 magnitudes16;
+    // One row of the band filters' ring walk; nullptr: the scalar row.
+    void (*ringRow)(const kf_RingRow& row);
 };
 
 #if defined(__x86_64__) || defined(_M_X64)
