@@ -43,6 +43,11 @@ void kf_WithPixels(const kf_PixelRows& rows, F f)
     }
 }
 
+// The row conversions below are for code built with the library's own
+// flags (the scalar engine, the drivers): a variant file, built for another
+// instruction set, must not call them, or the linker could keep its copy
+// of these inline functions for every caller.
+
 // Floats [0, count) of row y of the samples: its pixels, then zeros.
 inline void kf_PixelsToRow(const kf_PixelRows& rows, long y, float* row, long count)
 {
