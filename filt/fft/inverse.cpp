@@ -11,7 +11,6 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
-#include "fft/engine/pixel_target.h"
 #include "fft/engine/shared_work.h"
 #include "fft/engine/variants.h"
 #include "fft/periodic_copy.h"
@@ -364,8 +363,6 @@ class SecondImage {
 public:
     explicit SecondImage(kxPelBuffer<U>* destination) : destination_(destination) {}
 
-    bool none() const { return !destination_; }
-
     bool sharesPixelsWith(const kx_PelBuffer& image) const
     {
         return destination_ && destination_->sharesPixels(image);
@@ -395,35 +392,6 @@ using AngleImage = SecondImage<double, angleOf>;
 using Quadrant = SecondImage<unsigned char, quadrantOf>;
 using QuadrantNanNegative = SecondImage<unsigned char, quadrantNanNegative>;
 
-kf_PixelType pixelTypeOf(const unsigned char*) { return kf_PixelType::Byte; }
-kf_PixelType pixelTypeOf(const unsigned short*) { return kf_PixelType::Word; }
-kf_PixelType pixelTypeOf(const double*) { return kf_PixelType::Double; }
-
-// The const inverse's magnitudes converted by the engine's last pass, which
-// writes each pixel as Magnitude<T>::fill does without `scale` (the variant
-// tests compare the two). The caller's image may change only after the last
-// poll, so the pass writes a result image of its own: a bound caller image
-// that the result covers exactly is better served by the conversion
-// straight into it. False, doing nothing, where the pass does not apply.
-template <typename T>
-bool convertInLastPass(const kxFrequencyBuffer& buffer, kxPelBuffer<T>& image, OffsetTiming timing, int threads)
-{
-    const SpatialView view = viewOf(buffer, nullptr);
-    if (coversExactly(image, view) || !kf_ActiveEngineVariant().pixelColumns || Access::inverseComputed(buffer))
-        return false;
-    ResultImage<T> result(image, view, timing, false);
-    kf_WorkArea work(view.W, view.H);
-    const kf_PixelTarget target{result.image().pointToOffset(), result.image().rowUpdate(), view.w, view.h,
-                                inverseScale(view), pixelTypeOf(result.image().pointToOffset())};
-    if (!kf_InverseFFT2DToPixels(Access::data(buffer), work.data(), gridOf(buffer), inverseBand(buffer), target,
-                                 threads))
-        return false;
-    kxAttention::check();
-    result.restoreOffset();
-    result.deliver();
-    return true;
-}
-
 // The magnitude workers with an optional angle or quadrant image: they
 // differ only in their pixel type, second image and offset timing. The
 // const forms pass no in-place buffer and only read `buffer`.
@@ -435,10 +403,6 @@ void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, 
                    Second second, bool scale, OffsetTiming timing, int threads = kf_CallingThreadOnly)
 {
     kf_RequireInitialized(buffer);
-    // Double magnitudes ignore `scale`.
-    const bool plain = second.none() && (!scale || std::is_same<T, double>::value);
-    if (!inPlace && plain && convertInLastPass(buffer, image, timing, threads))
-        return;
     SpatialData spatial(buffer, inPlace, threads);
     const bool straight = !second.sharesPixelsWith(image);
     ResultImage<T> result(image, spatial.view(), timing, straight);

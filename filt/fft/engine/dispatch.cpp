@@ -14,11 +14,11 @@ bool always() { return true; }
 
 const kf_EngineVariant kVariants[] = {
 #ifdef KF_ENGINE_X86
-    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx512PixelColumns},
-    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr, kf_Avx2PixelColumns},
-    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr, kf_Sse2PixelColumns},
+    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16},
+    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr},
+    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr},
 #endif
-    {"scalar", always, nullptr, nullptr, nullptr, nullptr},
+    {"scalar", always, nullptr, nullptr, nullptr},
 };
 
 const kf_EngineVariant& bestUsable()

@@ -48,15 +48,6 @@ void kf_ComplexFFT2D(float* data, kxPair<long> size, kf_Direction direction, kf_
 void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, kf_Direction direction,
                          kf_RowBand band, int threads = kf_CallingThreadOnly);
 
-// The const inverse to pixels: kf_ComplexFFT2DFrom's inverse of `source`
-// through the working area `data`, whose last pass writes the pixels of
-// `target` (fft/engine/pixel_columns.h) instead of the spatial data; `data`
-// is left holding intermediate values. False, doing nothing, when the
-// running variant has no such pass (the scalar engine).
-struct kf_PixelTarget;
-bool kf_InverseFFT2DToPixels(const float* source, float* data, kxPair<long> size, kf_RowBand band,
-                             const kf_PixelTarget& target, int threads = kf_CallingThreadOnly);
-
 // In-place forward 2-D DFT of real input: each row holds its paddedWidth
 // samples packed in its first paddedWidth floats. On return the buffer holds
 // what kf_ComplexFFT2D gives for those samples with zero imaginary parts.

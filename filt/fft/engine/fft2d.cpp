@@ -4,7 +4,6 @@
 // columns, reading the columns where they are, so it needs no transpose.
 #include "fft/engine/engine.h"
 #include "fft/engine/kernel.h"
-#include "fft/engine/pixel_target.h"
 #include "fft/engine/shared_work.h"
 #include "fft/engine/variants.h"
 
@@ -403,34 +402,9 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     spare->complexLines(group);
 }
 
-// The const inverse's last pass writing pixels: the column pass above
-// (every column, polled alike) with each group converting its columns to
-// pixels instead of writing them back.
-void pixelColumns(const kf_LaneWidth* widths, const kf_PixelColumns* converters, const kf_PixelTarget& target,
-                  float* data, int width, int height, Workspace& work, SlotScratch& scratch, int threads)
-{
-    work.prepareRows(height);
-    const kf_LineGroup group{data,    nullptr, 2L * width, 2, height, kf_Direction::Inverse, 0, &work.rotation,
-                             work.bitReverse.data(), nullptr};
-    runLines(
-        widths, group, width, kEveryLine,
-        [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
-            converters[&w - widths](g, static_cast<int>((g.base - data) / 2), target);
-        },
-        [&](int c, float* slotScratch) {
-            float* column = data + 2 * c;
-            scalarColumn(column, 2L * width, height, kf_Direction::Inverse, work, slotScratch);
-            kf_ColumnPixels(column, 2L * width, c, target);
-        },
-        scratch, threads);
-}
-
 // source: nullptr in place, otherwise the matrix the row pass reads.
-// pixels: the const inverse's pixels, written by the last pass with the
-// variant's `converters`, or nullptr.
 void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* data, int width, int height,
-                        kf_Direction direction, kf_RowBand band, int threads, const kf_PixelTarget* pixels = nullptr,
-                        const kf_PixelColumns* converters = nullptr)
+                        kf_Direction direction, kf_RowBand band, int threads)
 {
     Workspace work(width, height, 1, Transposes::No);
     SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
@@ -458,10 +432,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
         scratch, threads);
     if (transposePolls)
         kxAttention::check();
-    if (pixels)
-        pixelColumns(widths, converters, *pixels, data, width, height, work, scratch, threads);
-    else
-        vectorColumns(widths, data, width, height, width, direction, work, scratch, threads);
+    vectorColumns(widths, data, width, height, width, direction, work, scratch, threads);
     if (transposePolls)
         kxAttention::check();
 }
@@ -524,18 +495,6 @@ void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, kf
         std::memcpy(data, source, 2 * static_cast<std::size_t>(size.x()) * size.y() * sizeof(float));
         scalarComplexFFT2D(data, size, direction, band, threads);
     }
-}
-
-bool kf_InverseFFT2DToPixels(const float* source, float* data, kxPair<long> size, kf_RowBand band,
-                             const kf_PixelTarget& target, int threads)
-{
-    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
-    if (!variant.widths || !variant.pixelColumns)
-        return false;
-    threads = usefulThreads(threads, size.x() * size.y());
-    vectorComplexFFT2D(variant.widths, source, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
-                       kf_Direction::Inverse, band, threads, &target, variant.pixelColumns);
-    return true;
 }
 
 void kf_RealFFT2D(float* data, kxPair<long> size, int threads)

@@ -3,7 +3,6 @@
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/lanes_256.h"
 #include "fft/engine/line_group.h"
-#include "fft/engine/pixel_columns.h"
 
 namespace kf_avx2 {
 
@@ -18,5 +17,3 @@ const kf_LaneWidth kf_Avx2Widths[4] = {
     {4, kf_ComplexLines<kf_avx2::Lane4>, kf_RealRows<kf_avx2::Lane4>, kf_RealColumns<kf_avx2::Lane4>},
     {0, nullptr, nullptr, nullptr},
     {0, nullptr, nullptr, nullptr}};
-
-const kf_PixelColumns kf_Avx2PixelColumns[2] = {kf_PixelColumnsOf<kf_avx2::Lane8>, kf_PixelColumnsOf<kf_avx2::Lane4>};

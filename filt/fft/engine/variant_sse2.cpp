@@ -2,7 +2,6 @@
 // flags; see filt/CMakeLists.txt.
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/line_group.h"
-#include "fft/engine/pixel_columns.h"
 
 namespace kf_sse2 {
 
@@ -16,5 +15,3 @@ const kf_LaneWidth kf_Sse2Widths[4] = {
     {0, nullptr, nullptr, nullptr},
     {0, nullptr, nullptr, nullptr},
     {0, nullptr, nullptr, nullptr}};
-
-const kf_PixelColumns kf_Sse2PixelColumns[1] = {kf_PixelColumnsOf<kf_sse2::Lane4>};

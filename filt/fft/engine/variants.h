@@ -57,18 +57,12 @@ struct kf_LaneWidth {
 using kf_Magnitudes8 = void (*)(const float* elements, long count, float s, unsigned char* out);
 using kf_Magnitudes16 = void (*)(const float* elements, long count, float s, unsigned short* out);
 
-// The const inverse's last pass writing pixels (fft/engine/pixel_columns.h):
-// one group of adjacent columns, from firstColumn.
-struct kf_PixelTarget;
-using kf_PixelColumns = void (*)(const kf_LineGroup& group, int firstColumn, const kf_PixelTarget& target);
-
 struct kf_EngineVariant {
     const char* name;
     bool (*usable)();
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
     kf_Magnitudes8 magnitudes8;
     kf_Magnitudes16 magnitudes16;
-    const kf_PixelColumns* pixelColumns;   // one per entry of widths; nullptr: no such pass
 };
 
 #if defined(__x86_64__) || defined(_M_X64)
@@ -79,9 +73,6 @@ extern const kf_LaneWidth kf_Avx2Widths[4];
 extern const kf_LaneWidth kf_Sse2Widths[4];
 void kf_Avx512Magnitudes8(const float* elements, long count, float s, unsigned char* out);
 void kf_Avx512Magnitudes16(const float* elements, long count, float s, unsigned short* out);
-extern const kf_PixelColumns kf_Avx512PixelColumns[3];
-extern const kf_PixelColumns kf_Avx2PixelColumns[2];
-extern const kf_PixelColumns kf_Sse2PixelColumns[1];
 #endif
 
 // The table, best first, scalar last, and its length.
