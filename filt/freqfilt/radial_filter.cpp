@@ -9,7 +9,9 @@
 #include "freqfilt/filter_support.h"
 
 #include "fft/archive_arrays.h"
+#include "fft/engine/variants.h"
 #include "fft/frequency_index.h"
+#include "freqfilt/ring_row.h"
 
 #include <kx/freqfilt.h>
 
@@ -68,15 +70,15 @@ void fillProfile(float* profile, const Parameters& p, long count, bool reject)
 
 // Walks a width x height buffer in storage order. Elements strictly between
 // the inner and outer squared radii are scaled by the profile; all others,
-// including whole rows beyond the farthest row that can reach the ring, get
-// outside(source, destination). src may be dst.
+// including whole rows beyond the farthest row that can reach the ring, are
+// cleared (band-pass) or copied (band-reject). src may be dst.
 //
 // Distances are in horizontal bins: the vertical frequency v counts as
 // v x width / height, so the ring is an ellipse in bins and a circle in
-// cycles per pixel. The squared-radius bounds are tested in integers.
-template <typename Outside>
+// cycles per pixel. The squared-radius bounds are tested in integers (r2
+// stays below 2^22: |u| <= 1024 and the vertical term at most width^2 / 4).
 void walkRing(const float* profile, double frequency, long supportWidth, long width, long height, const float* src,
-              float* dst, Outside outside)
+              float* dst, bool clearOutside)
 {
     const float f0 = static_cast<float>(frequency * static_cast<double>(width));
     const double a = static_cast<double>(height) / static_cast<double>(width);
@@ -85,6 +87,8 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
     const long rowLimit = static_cast<long>(f0 * a + static_cast<double>(supportWidth));
     const long outer = static_cast<long>((f0 + sw) * (f0 + sw));
     const long inner = f0 - sw >= 0 ? static_cast<long>((f0 - sw) * (f0 - sw)) : -1;
+    const auto clampToInt32 = [](long v) { return static_cast<std::int32_t>(std::min<long>(v, INT32_MAX)); };
+    const kf_RingRowFunction fastRow = kf_ActiveEngineVariant().ringRow;
 
     for (long y = 0; y < height; ++y) {
         kf_PollEvery16(y);
@@ -92,24 +96,20 @@ void walkRing(const float* profile, double frequency, long supportWidth, long wi
         float* d = dst + 2 * y * width;
         const long rowFrequency = kf_RingFrequency(y, height);
         if (std::labs(rowFrequency) > rowLimit) {
-            for (long x = 0; x < width; ++x)
-                outside(s + 2 * x, d + 2 * x);
+            // A whole row off the ring: cleared, or copied unless in place.
+            if (clearOutside)
+                std::fill(d, d + 2 * width, 0.0f);
+            else if (s != d)
+                std::copy(s, s + 2 * width, d);
             continue;
         }
         const std::int32_t v = static_cast<std::int32_t>(rowFrequency);
         const std::int32_t yterm = static_cast<std::int32_t>(static_cast<double>(v * v) * k);
-        for (long x = 0; x < width; ++x) {
-            const std::int32_t u = static_cast<std::int32_t>(kf_RingFrequency(x, width));
-            const std::int32_t r2 = u * u + yterm;
-            if (r2 <= inner || r2 >= outer) {
-                outside(s + 2 * x, d + 2 * x);
-                continue;
-            }
-            long index = static_cast<long>((std::sqrt(static_cast<double>(r2)) - f0) * 32);
-            if (index < 0)
-                index = -index;
-            kf_ScaleElement(s + 2 * x, d + 2 * x, profile[index]);
-        }
+        const kf_RingRow row{s, d, width, yterm, clampToInt32(inner), clampToInt32(outer), f0, profile, clearOutside};
+        if (fastRow)
+            fastRow(row);
+        else
+            kf_RingRowScalar(row, 0, width);
     }
 }
 
@@ -205,9 +205,9 @@ void kx_RadialFilter::walk(const float* in, kxFrequencyBuffer& out) const
     float* outData = getFrequencyBufferData(out);
     const double f = parameters_.frequency;
     if (role() == ePass)
-        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_ClearElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, true);
     else
-        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, kf_CopyElement);
+        walkRing(table().data(), f, supportWidth_, out.width(), out.height(), in, outData, false);
 }
 
 void kx_RadialFilter::streamFields(kxArchive& archive)

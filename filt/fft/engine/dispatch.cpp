@@ -1,12 +1,18 @@
 // The engine's variants, best first, and the choice among them.
 #include "fft/engine/variants.h"
+#include "freqfilt/ring_row.h"
 
 #include <cstring>
 
 namespace {
 
 #ifdef KF_ENGINE_X86
-bool hasAvx512() { return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq"); }
+// The AVX-512 variant also runs the AVX2 ring row (every processor with
+// AVX-512 has AVX2; checked all the same).
+bool hasAvx512()
+{
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx2");
+}
 bool hasAvx2() { return __builtin_cpu_supports("avx2"); }
 bool hasSse2() { return __builtin_cpu_supports("sse2"); }
 #endif
@@ -14,11 +20,11 @@ bool always() { return true; }
 
 const kf_EngineVariant kVariants[] = {
 #ifdef KF_ENGINE_X86
-    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16},
-    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr},
-    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr},
+    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx2RingRow},
+    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr, kf_Avx2RingRow},
+    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr, nullptr},
 #endif
-    {"scalar", always, nullptr, nullptr, nullptr},
+    {"scalar", always, nullptr, nullptr, nullptr, nullptr},
 };
 
 const kf_EngineVariant& bestUsable()

@@ -8,6 +8,7 @@
 #include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
+#include <kx/fft.h>
 
 #include <algorithm>
 #include <cmath>
@@ -45,10 +46,15 @@ private:
 // engine) or reads the columns where they are (the vectorised variants).
 enum class Transposes { Yes, No };
 
-// The working tables of one call, released on every exit.
+const kf_RotationTable& rotationTable(int sign);
+const std::int32_t* bitReverseTable(int n);
+const std::int32_t* bitReversedOrder(int n);
+
+// The tables and scratch of one call: the tables are shared and built once,
+// the scratch is released on every exit.
 struct Workspace {
     Workspace(int width, int height, int rotationSign, Transposes transposes = Transposes::Yes)
-        : rotation(rotationSign), bitReverse(2 * static_cast<std::size_t>(std::max(width, height)))
+        : rotation(rotationTable(rotationSign))
     {
         // Non-square matrices are transposed out of place; a single row or
         // column needs no transpose at all.
@@ -56,18 +62,16 @@ struct Workspace {
             scratch = std::make_unique<AlignedScratch<16>>(static_cast<std::size_t>(width) * height * 2);
     }
 
-    // Builds the bit-reversal table for n unless it is already built for n.
+    // Points at the bit-reversal tables for rows of n elements.
     void prepareRows(int n)
     {
-        if (n != tableLength) {
-            kf_BitReverseTable(bitReverse.data(), n);
-            tableLength = n;
-        }
+        bitReverse = bitReverseTable(n);
+        bitReversed = bitReversedOrder(n);
     }
 
-    kf_RotationTable rotation;
-    std::vector<std::int32_t> bitReverse;
-    int tableLength = 0;
+    const kf_RotationTable& rotation;
+    const std::int32_t* bitReverse = nullptr;
+    const std::int32_t* bitReversed = nullptr;
     std::unique_ptr<AlignedScratch<16>> scratch;
 };
 
@@ -105,7 +109,7 @@ void transformRows(float* matrix, int n, int rowCount, kf_Direction direction, W
         [&](int r, int) {
             if (keep(r))
                 kf_SplitRadixRow<float>(matrix + 2 * static_cast<std::size_t>(r) * n, n, direction, work.rotation,
-                                        work.bitReverse.data());
+                                        work.bitReverse);
         },
         [&](int r) {
             if (keep(r) && r % 16 == 0)
@@ -127,6 +131,51 @@ kf_RotationTable::kf_RotationTable(int sign)
         entry[k][3] = static_cast<float>(std::sin(3.0 * t));
     }
 }
+
+namespace {
+
+// Built once each, on first use, and only read afterwards (so threads and
+// calls share them): the tables depend on nothing but their sign or length.
+const kf_RotationTable& rotationTable(int sign)
+{
+    static const kf_RotationTable positive(1), negative(-1);
+    return sign > 0 ? positive : negative;
+}
+
+const std::int32_t* bitReverseTable(int n)
+{
+    static const std::vector<std::vector<std::int32_t>> tables = [] {
+        std::vector<std::vector<std::int32_t>> built;
+        for (int length = 1; length <= kfMaxTransformSide; length *= 2) {
+            built.emplace_back(2 * static_cast<std::size_t>(length), -1);
+            kf_BitReverseTable(built.back().data(), length);
+        }
+        return built;
+    }();
+    return tables[static_cast<std::size_t>(kf_Log2(n))].data();
+}
+
+// Element e's bit-reversed index in rows of n elements, 0-based.
+const std::int32_t* bitReversedOrder(int n)
+{
+    static const std::vector<std::vector<std::int32_t>> tables = [] {
+        std::vector<std::vector<std::int32_t>> built;
+        for (int length = 1, bits = 0; length <= kfMaxTransformSide; length *= 2, ++bits) {
+            std::vector<std::int32_t> order(static_cast<std::size_t>(length));
+            for (int e = 0; e < length; ++e) {
+                int reversed = 0;
+                for (int b = 0; b < bits; ++b)
+                    reversed |= ((e >> b) & 1) << (bits - 1 - b);
+                order[static_cast<std::size_t>(e)] = reversed;
+            }
+            built.push_back(std::move(order));
+        }
+        return built;
+    }();
+    return tables[static_cast<std::size_t>(kf_Log2(n))].data();
+}
+
+}  // namespace
 
 void kf_BitReverseTable(std::int32_t* table, int n)
 {
@@ -221,7 +270,7 @@ void scalarRealFFT2D(float* data, kxPair<long> size, int threads)
             threads, height,
             [&](int r, int) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
-                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse);
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             [](int r) {
@@ -264,18 +313,34 @@ const kf_LaneWidth* widestFor(const kf_LaneWidth* widths, int lines)
     return nullptr;
 }
 
-// Scratch for one group of lines of up to n elements (n + 1 for the real
-// rows), for the widest lanes.
-std::size_t groupScratchFloats(int n) { return 2 * (static_cast<std::size_t>(n) + 1) * 16; }
+// How many groups of columns a column pass over `columns` columns walks
+// together: blocks only where there are columns enough for one.
+int columnBlockGroups(const kf_LaneWidth* widths, int columns)
+{
+    return columns >= widths->lanes * kf_ColumnBlockGroups ? kf_ColumnBlockGroups : 1;
+}
+
+// Scratch for each thread: one group of rows of up to `width` elements (one
+// more for the real rows) and one block of groups of columns of `height`
+// elements, on the widest lanes.
+std::size_t groupScratchFloats(const kf_LaneWidth* widths, int width, int height, int columns)
+{
+    const std::size_t rows = 2 * (static_cast<std::size_t>(width) + 1) * 16;
+    const std::size_t blocks = 2 * (static_cast<std::size_t>(height) + 1) * 16 *
+                               static_cast<std::size_t>(columnBlockGroups(widths, columns));
+    return std::max(rows, blocks);
+}
 
 // Transforms `lineCount` lines of n elements laid out as in `group` (base,
 // source, strides, direction and tables set), in groups, for those lines
 // that `keep` accepts, shared among `threads` threads, each with its own
-// scratch from `scratch`. `scalarLine(index, scratch)` transforms a line
-// alone.
+// scratch from `scratch`. `runGroup(width, group, block)` transforms a group
+// of width.lanes lines, or with `block` (only when `blockGroups` is above 1,
+// for columns) blockGroups such groups side by side, every line kept;
+// `scalarLine(index, scratch)` transforms a line alone.
 template <typename Keep, typename GroupRun, typename ScalarLine>
 void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Keep keep, GroupRun runGroup,
-              ScalarLine scalarLine, SlotScratch& scratch, int threads)
+              ScalarLine scalarLine, SlotScratch& scratch, int threads, int blockGroups = 1)
 {
     // Rows are gathered through register transposes of lanes x lanes
     // floats; rows shorter than that go in narrower groups.
@@ -283,22 +348,36 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
     struct Group {
         int first;
         const kf_LaneWidth* width;   // nullptr: one line, scalar
+        bool block;
         unsigned kept;
-        bool poll;
+        int polls;                   // lines of the group whose index is a multiple of 16
+    };
+    auto linesKept = [&](Group& g, int count) {
+        g.kept = 0;
+        g.polls = 0;
+        for (int l = 0; l < count; ++l)
+            if (keep(g.first + l)) {
+                g.kept |= 1u << l;
+                g.polls += (g.first + l) % 16 == 0 ? 1 : 0;
+            }
+        return count;
     };
     std::vector<Group> groups;
     for (int first = 0; first < lineCount;) {
         const kf_LaneWidth* width = widestFor(widths, std::min(lineCount - first, laneLimit));
         const int lanes = width ? width->lanes : 1;
-        Group g{first, width, 0, false};
-        for (int l = 0; l < lanes; ++l)
-            if (keep(first + l)) {
-                g.kept |= 1u << l;
-                g.poll = g.poll || (first + l) % 16 == 0;
-            }
+        Group g{first, width, false, 0, 0};
+        int count = lanes;
+        if (blockGroups > 1 && width && lineCount - first >= lanes * blockGroups) {
+            const unsigned all = lanes * blockGroups >= 32 ? ~0u : (1u << (lanes * blockGroups)) - 1u;
+            count = linesKept(g, lanes * blockGroups);
+            g.block = g.kept == all;
+        }
+        if (!g.block)
+            count = linesKept(g, lanes);
         if (g.kept != 0)
             groups.push_back(g);
-        first += lanes;
+        first += count;
     }
 
     float* const base = group.base;
@@ -313,12 +392,12 @@ void runLines(const kf_LaneWidth* widths, kf_LineGroup group, int lineCount, Kee
             mine.keep = g.kept;
             mine.scratch = scratch.forSlot(slot);
             if (g.width)
-                runGroup(*g.width, mine);
+                runGroup(*g.width, mine, g.block);
             else
                 scalarLine(g.first, mine.scratch);
         },
         [&](int i) {
-            if (groups[static_cast<std::size_t>(i)].poll)
+            for (int p = 0; p < groups[static_cast<std::size_t>(i)].polls; ++p)
                 kxAttention::check();
         });
 }
@@ -331,7 +410,7 @@ void scalarColumn(float* column, long stride, int n, kf_Direction direction, con
         scratch[2 * e] = column[e * stride];
         scratch[2 * e + 1] = column[e * stride + 1];
     }
-    kf_SplitRadixRow<float>(scratch, n, direction, work.rotation, work.bitReverse.data());
+    kf_SplitRadixRow<float>(scratch, n, direction, work.rotation, work.bitReverse);
     for (int e = 0; e < n; ++e) {
         column[e * stride] = scratch[2 * e];
         column[e * stride + 1] = scratch[2 * e + 1];
@@ -343,14 +422,18 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                    kf_Direction direction, Workspace& work, SlotScratch& scratch, int threads)
 {
     work.prepareRows(height);
-    kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse.data(),
-                       nullptr};
+    kf_LineGroup group{data, nullptr, 2L * width, 2, height, direction, 0, &work.rotation, work.bitReverse,
+                       nullptr, work.bitReversed};
     auto scalar = [&](int c, float* slotScratch) {
         scalarColumn(data + 2 * c, 2L * width, height, direction, work, slotScratch);
     };
-    auto lanes = [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); };
     if (columnCount == width) {
-        runLines(widths, group, columnCount, kEveryLine, lanes, scalar, scratch, threads);
+        runLines(
+            widths, group, columnCount, kEveryLine,
+            [](const kf_LaneWidth& w, const kf_LineGroup& g, bool block) {
+                block ? w.complexColumnBlock(g) : w.complexLines(g);
+            },
+            scalar, scratch, threads, columnBlockGroups(widths, columnCount));
         return;
     }
     // The real path's columns 0 .. W/2, each also written conjugated into
@@ -374,8 +457,9 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
     const int last = columnCount - 1;
     runLines(
         widths, group, last, kEveryLine,
-        [&](const kf_LaneWidth& w, const kf_LineGroup& g) {
-            w.realColumns(g, static_cast<int>((g.base - data) / 2), width);
+        [&](const kf_LaneWidth& w, const kf_LineGroup& g, bool block) {
+            const int firstColumn = static_cast<int>((g.base - data) / 2);
+            block ? w.realColumnBlock(g, firstColumn, width) : w.realColumns(g, firstColumn, width);
         },
         [&](int c, float* slotScratch) {
             scalar(c, slotScratch);
@@ -388,7 +472,7 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
                 to[1] = -from[1];
             }
         },
-        scratch, threads);
+        scratch, threads, columnBlockGroups(widths, last));
     if (last % 16 == 0)
         kxAttention::check();
     const kf_LaneWidth* spare = widestFor(widths, width - last);
@@ -407,7 +491,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
                         kf_Direction direction, kf_RowBand band, int threads)
 {
     Workspace work(width, height, 1, Transposes::No);
-    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
+    SlotScratch scratch(groupScratchFloats(widths, width, height, width), threads);
     const bool transposePolls = width >= 4 && height >= 4;
     const BandRows inBand{height / 2, band};
     const std::size_t rowFloats = 2 * static_cast<std::size_t>(width);
@@ -419,15 +503,15 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
                 std::memcpy(data + r * rowFloats, source + r * rowFloats, rowFloats * sizeof(float));
 
     work.prepareRows(width);
-    kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse.data(),
-                      nullptr};
+    kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse,
+                      nullptr, work.bitReversed};
     runLines(
-        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g) { w.complexLines(g); },
+        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
         [&](int r, float*) {
             float* row = data + r * rowFloats;
             if (source)
                 std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
-            kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse.data());
+            kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse);
         },
         scratch, threads);
     if (transposePolls)
@@ -440,7 +524,7 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
 void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int threads)
 {
     Workspace work(width, height, kForwardRotation, Transposes::No);
-    SlotScratch scratch(groupScratchFloats(std::max(width, height)), threads);
+    SlotScratch scratch(groupScratchFloats(widths, width, height, width / 2), threads);
     const bool transposePolls = width == height ? width >= 8 : width >= 4 && height >= 4;
 
     if (width > 1) {
@@ -448,13 +532,13 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
         const kf_RealRowConstants k = realRowConstants(width);
         work.prepareRows(n);
         kf_LineGroup rows{data,    nullptr, 2, 2L * width, n, kf_Direction::Forward, 0, &work.rotation,
-                          work.bitReverse.data(), nullptr};
+                          work.bitReverse, nullptr, work.bitReversed};
         runLines(
             widths, rows, height, kEveryLine,
-            [&k](const kf_LaneWidth& w, const kf_LineGroup& g) { w.realRows(g, k); },
+            [&k](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.realRows(g, k); },
             [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
-                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse.data());
+                kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse);
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             scratch, threads);

@@ -29,7 +29,7 @@ template <typename T> T ceil(T) = delete;
 
 // Rotation table: entry k holds cos t, sin t, cos 3t, sin 3t for the step
 // angle t = sign * 2pi / 2^k, computed in double and rounded to float. Built
-// on every call (in fft2d.cpp, never in a variant file); nothing is cached.
+// once per sign, in fft2d.cpp (never in a variant file).
 struct kf_RotationTable {
     explicit kf_RotationTable(int sign);
     float entry[16][4];
@@ -151,6 +151,25 @@ void kf_ButterfliesByBlock(kf_RowElements<Lane> r, int n2, const kf_RotationTabl
     kf_ButterfliesByBlock(kf_RowElements<Lane>{r.row + n2 + n2 / 2}, n2 / 4, rotation, fitElements);
 }
 
+// Puts the butterflies' results, in bit-reversed order, into natural order
+// by exchanging pairs (bitReverse: see kf_BitReverseTable).
+template <typename Lane>
+void kf_Unscramble(kf_RowElements<Lane> r, int n, const std::int32_t* bitReverse)
+{
+    for (int i = n - 2; i >= 1; --i) {
+        const std::int32_t partner = bitReverse[i];
+        if (partner >= 0) {
+            const int j = partner / 2;
+            Lane t = r.x(j);
+            r.x(j) = r.x(i);
+            r.x(i) = t;
+            t = r.y(j);
+            r.y(j) = r.y(i);
+            r.y(i) = t;
+        }
+    }
+}
+
 // One row of n complex elements (n a power of two), transformed in place:
 // the butterflies depth first down to blocks of `fitElements` (n or more:
 // stage by stage throughout, the published order), then the unscrambling.
@@ -165,20 +184,7 @@ void kf_SplitRadixRow(Lane* row, int n, kf_Direction direction, const kf_Rotatio
             r.y(e) = -r.y(e);
 
     kf_ButterfliesByBlock(r, n, rotation, fitElements);
-
-    // Unscramble into natural order.
-    for (int i = n - 2; i >= 1; --i) {
-        const std::int32_t partner = bitReverse[i];
-        if (partner >= 0) {
-            const int j = partner / 2;
-            Lane t = r.x(j);
-            r.x(j) = r.x(i);
-            r.x(i) = t;
-            t = r.y(j);
-            r.y(j) = r.y(i);
-            r.y(i) = t;
-        }
-    }
+    kf_Unscramble(r, n, bitReverse);
 
     if (direction == kf_Direction::Inverse)
         for (int e = 1; e <= n; ++e)

@@ -12,8 +12,5 @@ using Lane4 = kf_Lane128<Tag>;
 
 }  // namespace kf_avx2
 
-const kf_LaneWidth kf_Avx2Widths[4] = {
-    {8, kf_ComplexLines<kf_avx2::Lane8>, kf_RealRows<kf_avx2::Lane8>, kf_RealColumns<kf_avx2::Lane8>},
-    {4, kf_ComplexLines<kf_avx2::Lane4>, kf_RealRows<kf_avx2::Lane4>, kf_RealColumns<kf_avx2::Lane4>},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr}};
+const kf_LaneWidth kf_Avx2Widths[4] = {kf_LaneWidthOf<kf_avx2::Lane8>(), kf_LaneWidthOf<kf_avx2::Lane4>(),
+                                       kf_LaneWidth{}, kf_LaneWidth{}};

@@ -22,12 +22,8 @@ using Lane4 = kf_Lane128<Tag>;
 
 }  // namespace kf_avx512
 
-const kf_LaneWidth kf_Avx512Widths[4] = {
-    {16, kf_ComplexLines<kf_avx512::Lane16>, kf_RealRows<kf_avx512::Lane16>,
-     kf_RealColumns<kf_avx512::Lane16>},
-    {8, kf_ComplexLines<kf_avx512::Lane8>, kf_RealRows<kf_avx512::Lane8>, kf_RealColumns<kf_avx512::Lane8>},
-    {4, kf_ComplexLines<kf_avx512::Lane4>, kf_RealRows<kf_avx512::Lane4>, kf_RealColumns<kf_avx512::Lane4>},
-    {0, nullptr, nullptr, nullptr}};
+const kf_LaneWidth kf_Avx512Widths[4] = {kf_LaneWidthOf<kf_avx512::Lane16>(), kf_LaneWidthOf<kf_avx512::Lane8>(),
+                                         kf_LaneWidthOf<kf_avx512::Lane4>(), kf_LaneWidth{}};
 
 namespace kf_avx512 {
 

@@ -10,8 +10,5 @@ using Lane4 = kf_Lane128<Tag>;
 
 }  // namespace kf_sse2
 
-const kf_LaneWidth kf_Sse2Widths[4] = {
-    {4, kf_ComplexLines<kf_sse2::Lane4>, kf_RealRows<kf_sse2::Lane4>, kf_RealColumns<kf_sse2::Lane4>},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr},
-    {0, nullptr, nullptr, nullptr}};
+const kf_LaneWidth kf_Sse2Widths[4] = {kf_LaneWidthOf<kf_sse2::Lane4>(), kf_LaneWidth{}, kf_LaneWidth{},
+                                       kf_LaneWidth{}};

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 struct kf_RotationTable;
+struct kf_RingRow;   // freqfilt/ring_row.h
 
 // A group of `lanes` lines of a matrix of complex elements: element e of
 // line l has its real part at base[e * elementStride + l * lineStride] and
@@ -28,6 +29,10 @@ struct kf_LineGroup {
     const kf_RotationTable* rotation;
     const std::int32_t* bitReverse;
     float* scratch;            // 64-byte aligned, 2 * (n + 1) * lanes floats
+    // The bit-reversed index of each element 0 .. n - 1: where the
+    // butterflies leave element e of a line's result, which the scatters
+    // read from there instead of unscrambling the scratch first.
+    const std::int32_t* bitReversed;
 };
 
 // The untangling constants of the real-input row pass.
@@ -48,7 +53,15 @@ struct kf_LaneWidth {
     // (r, c) with 1 <= c <= W/2 - 1 also written conjugated at
     // ((H - r) mod H, W - c), the spectrum's redundant half.
     void (*realColumns)(const kf_LineGroup& group, int firstColumn, int width);
+    // complexLines and realColumns over kf_ColumnBlockGroups adjacent groups
+    // of columns at once (base at the first; every lane kept; the scratch
+    // holds each group's part one after the other).
+    void (*complexColumnBlock)(const kf_LineGroup& group);
+    void (*realColumnBlock)(const kf_LineGroup& group, int firstColumn, int width);
 };
+
+// Groups of adjacent columns walked down the matrix together.
+constexpr int kf_ColumnBlockGroups = 4;
 
 // Pixel conversion of `count` complex elements: the magnitude
 // sqrt(re * re + im * im) * s in single precision, plus 0.5 in double,
@@ -63,6 +76,8 @@ struct kf_EngineVariant {
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
     kf_Magnitudes8 magnitudes8;
     kf_Magnitudes16 magnitudes16;
+    // One row of the band filters' ring walk; nullptr: the scalar row.
+    void (*ringRow)(const kf_RingRow& row);
 };
 
 #if defined(__x86_64__) || defined(_M_X64)
