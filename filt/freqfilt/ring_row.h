@@ -27,6 +27,8 @@ using kf_RingRowFunction = void (*)(const kf_RingRow& row);
 void kf_RingRowScalar(const kf_RingRow& row, long from, long to);
 
 #if defined(__x86_64__) || defined(_M_X64)
-// Eight elements per step with AVX2 gathers; the tail through the scalar row.
+// Eight (AVX2) or sixteen (AVX-512) elements per step with masked gathers;
+// the tail through the scalar row.
 void kf_Avx2RingRow(const kf_RingRow& row);
+void kf_Avx512RingRow(const kf_RingRow& row);
 #endif

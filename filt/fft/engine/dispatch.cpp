@@ -7,12 +7,7 @@
 namespace {
 
 #ifdef KF_ENGINE_X86
-// The AVX-512 variant also runs the AVX2 ring row (every processor with
-// AVX-512 has AVX2; checked all the same).
-bool hasAvx512()
-{
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx2");
-}
+bool hasAvx512() { return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq"); }
 bool hasAvx2() { return __builtin_cpu_supports("avx2"); }
 bool hasSse2() { return __builtin_cpu_supports("sse2"); }
 #endif
@@ -20,7 +15,7 @@ bool always() { return true; }
 
 const kf_EngineVariant kVariants[] = {
 #ifdef KF_ENGINE_X86
-    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx2RingRow},
+    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx512RingRow},
     {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr, kf_Avx2RingRow},
     {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr, nullptr},
 #endif

@@ -150,7 +150,8 @@ public:
     // The store and state of the buffer, for code that hands the elements to
     // another library (numpy, an FFT of its own) without a copy. Element
     // (x, y) in storage order is data[y * rowStride + 2 * x] (real) and the
-    // float after it (imaginary). data is null when the buffer has no data.
+    // float after it (imaginary). data is null when the buffer has no data,
+    // and otherwise starts at a 64-byte boundary.
     //
     // The pointer stays valid until the buffer is given another padded size,
     // is loaded from an archive or is destroyed: a transform, copy or
