@@ -6,7 +6,8 @@
 // transform, scale each element by 1 / (W x H), convert, then give the
 // result back its offset with the periodic copy and deliver it into the
 // caller's image (bound: only the overlap changes; unbound: the caller's
-// image becomes the result).
+// image becomes the result). A bound caller image that the result would
+// cover exactly is written in place of the result image of its own.
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
@@ -23,6 +24,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <type_traits>
 
 namespace {
@@ -66,6 +68,9 @@ struct SpatialView {
     kxPair<long> offset;
     kx2XformCache transform;
     int threads = kf_CallingThreadOnly;   // for conversions row by row
+    // Whether conversions shared among threads poll: not while they write
+    // the caller's own image.
+    bool stops = true;
 };
 
 SpatialView viewOf(const kxFrequencyBuffer& buffer, const float* data)
@@ -134,26 +139,44 @@ float inverseScale(const SpatialView& view)
 // from offset (0, 0).
 enum class OffsetTiming { AtStart, AtEnd };
 
+// Whether kfPelCopy of the w x h result would overwrite exactly every pixel
+// of the caller's image: a bound image of the result's size at the result's
+// offset. The result must also need no periodic copy (stored offset (0, 0)).
+bool coversExactly(const kx_PelBuffer& caller, const SpatialView& view)
+{
+    const kxPair<long> origin(0, 0);
+    return caller.isBound() && caller.width() == view.w && caller.height() == view.h && view.offset == origin &&
+           caller.offset() == origin;
+}
+
 // Where a result is built and how it is handed over. The result is built in
 // an image of its own; at the end a bound caller image gets it through
 // kfPelCopy (only the overlap changes) and an unbound one becomes it. Until
 // then the caller's image is not touched, so a call that stops part way
 // leaves an unbound image unbound and a bound one as it was.
+// A bound caller image the result covers exactly is the result image itself
+// when `straight` allows it (no image of its own, no copy): the callers write
+// it only after their last poll, so the rule above still holds.
 template <typename T>
 class ResultImage {
 public:
     // Makes the w x h result with the stored transform and, at the start,
-    // the stored offset.
-    ResultImage(kxPelBuffer<T>& caller, const SpatialView& view, OffsetTiming timing)
-        : caller_(caller), bound_(caller.isBound()), local_(view.w, view.h, 32), storedOffset_(view.offset),
-          storedTransform_(view.transform)
+    // the stored offset. `straight`: whether the result may be written
+    // straight into the caller's image.
+    ResultImage(kxPelBuffer<T>& caller, const SpatialView& view, OffsetTiming timing, bool straight = true)
+        : caller_(caller), bound_(caller.isBound()), intoCaller_(straight && coversExactly(caller, view)),
+          storedOffset_(view.offset), storedTransform_(view.transform)
     {
+        if (intoCaller_)
+            return;
+        local_ = kxPelBuffer<T>(view.w, view.h, 32);
         if (timing == OffsetTiming::AtStart)
             local_.offset(storedOffset_);
         local_.xformCache() = storedTransform_;
     }
 
-    kxPelBuffer<T>& image() { return local_; }
+    kxPelBuffer<T>& image() { return intoCaller_ ? caller_ : local_; }
+    bool intoCaller() const { return intoCaller_; }
 
     // Gives the result back the stored offset: a non-zero offset goes
     // through the periodic copy into a fresh image at (0, 0) that then takes
@@ -161,6 +184,8 @@ public:
     // (0, 0), for the worker that takes it at the end.
     void restoreOffset()
     {
+        if (intoCaller_)
+            return;
         if (storedOffset_ == kxPair<long>(0, 0)) {
             local_.offset(storedOffset_);
             return;
@@ -178,6 +203,8 @@ public:
     // Hands the result to the caller.
     void deliver()
     {
+        if (intoCaller_)
+            return;
         if (bound_)
             kfPelCopy<T>(local_, caller_);
         else
@@ -187,6 +214,7 @@ public:
 private:
     kxPelBuffer<T>& caller_;
     bool bound_;
+    bool intoCaller_;
     kxPelBuffer<T> local_;
     kxPair<long> storedOffset_;
     kx2XformCache storedTransform_;
@@ -217,10 +245,11 @@ void inRowBlocks(const SpatialView& view, Rows rows)
 {
     constexpr long kBlockRows = 64;
     const int blocks = static_cast<int>((view.h + kBlockRows - 1) / kBlockRows);
-    kf_RunShared(
-        view.threads, blocks,
-        [&](int block, int) { rows(block * kBlockRows, std::min(view.h, (block + 1) * kBlockRows)); },
-        [](int) {});
+    auto block = [&](int block, int) { rows(block * kBlockRows, std::min(view.h, (block + 1) * kBlockRows)); };
+    if (view.stops)
+        kf_RunShared(view.threads, blocks, block, [](int) {});
+    else
+        kf_RunSharedWithoutStops(view.threads, blocks, block);
 }
 
 // A conversion of each element on its own (`convert` keeps no state), row
@@ -309,35 +338,6 @@ template <> struct Magnitude<double> {
     }
 };
 
-// The magnitude workers with an optional angle or quadrant image: they
-// differ only in their pixel type, second image and offset timing. The
-// const forms pass no in-place buffer and only read `buffer`.
-template <typename T, typename SecondImage>
-void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
-                   SecondImage second, bool scale, OffsetTiming timing, int threads = kf_CallingThreadOnly)
-{
-    kf_RequireInitialized(buffer);
-    SpatialData spatial(buffer, inPlace, threads);
-    const SpatialView& data = spatial.view();
-    ResultImage<T> result(image, data, timing);
-    kxAttention::check();
-    Magnitude<T>::fill(data, result.image(), inverseScale(data), scale);
-    second(data);
-    spatial.markComputed();
-    result.restoreOffset();
-    result.deliver();
-}
-
-// A second image computed from the spatial data, pixel by pixel.
-template <typename T, typename Compute>
-void computeSecondImage(const SpatialView& view, kxPelBuffer<T>& destination, Compute compute)
-{
-    ResultImage<T> result(destination, view, OffsetTiming::AtStart);
-    forEachElement(view, result.image(), [&](float re, float im, T& pixel) { pixel = compute(re, im); });
-    result.restoreOffset();
-    result.deliver();
-}
-
 double angleOf(float re, float im) { return static_cast<double>(std::atan2(im, re)); }
 
 // Bit 1: the real part is negative; bit 2: the imaginary part is. A NaN part
@@ -354,20 +354,68 @@ unsigned char quadrantNanNegative(float re, float im)
     return static_cast<unsigned char>((!(re >= 0) ? 1 : 0) + (!(im >= 0) ? 2 : 0));
 }
 
-struct AngleImage {
-    kxPelBuffer<double>* angle;
-    void operator()(const SpatialView& data) const
+// A second image computed from the spatial data pixel by pixel, or none for
+// a null destination. Its result image is made at the start of the call,
+// with the first one's, so that nothing is allocated between writing one
+// caller image and the other.
+template <typename U, U (*Compute)(float, float)>
+class SecondImage {
+public:
+    explicit SecondImage(kxPelBuffer<U>* destination) : destination_(destination) {}
+
+    bool sharesPixelsWith(const kx_PelBuffer& image) const
     {
-        if (angle)
-            computeSecondImage(data, *angle, angleOf);
+        return destination_ && destination_->sharesPixels(image);
     }
+
+    void start(const SpatialView& view, bool straight)
+    {
+        if (destination_)
+            result_.emplace(*destination_, view, OffsetTiming::AtStart, straight);
+    }
+
+    void finish(const SpatialView& view)
+    {
+        if (!result_)
+            return;
+        forEachElement(view, result_->image(), [](float re, float im, U& pixel) { pixel = Compute(re, im); });
+        result_->restoreOffset();
+        result_->deliver();
+    }
+
+private:
+    kxPelBuffer<U>* destination_;
+    std::optional<ResultImage<U>> result_;
 };
 
-template <unsigned char (*Code)(float, float)>
-struct QuadrantImage {
-    kxPelBuffer<unsigned char>& quadrant;
-    void operator()(const SpatialView& data) const { computeSecondImage(data, quadrant, Code); }
-};
+using AngleImage = SecondImage<double, angleOf>;
+using Quadrant = SecondImage<unsigned char, quadrantOf>;
+using QuadrantNanNegative = SecondImage<unsigned char, quadrantNanNegative>;
+
+// The magnitude workers with an optional angle or quadrant image: they
+// differ only in their pixel type, second image and offset timing. The
+// const forms pass no in-place buffer and only read `buffer`.
+// Two caller images on the same pixels both take their results at the end,
+// in the order that decides what those pixels hold: the second, then the
+// first.
+template <typename T, typename Second>
+void inverseWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kxPelBuffer<T>& image,
+                   Second second, bool scale, OffsetTiming timing, int threads = kf_CallingThreadOnly)
+{
+    kf_RequireInitialized(buffer);
+    SpatialData spatial(buffer, inPlace, threads);
+    const bool straight = !second.sharesPixelsWith(image);
+    ResultImage<T> result(image, spatial.view(), timing, straight);
+    second.start(spatial.view(), straight);
+    kxAttention::check();
+    SpatialView data = spatial.view();
+    data.stops = !result.intoCaller();
+    Magnitude<T>::fill(data, result.image(), inverseScale(data), scale);
+    second.finish(data);
+    spatial.markComputed();
+    result.restoreOffset();
+    result.deliver();
+}
 
 // Real and imaginary parts, each scaled: two images and no magnitude, so
 // this form has its own loop between the shared steps. Both caller images
@@ -378,8 +426,10 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
     kf_RequireInitialized(buffer);
     SpatialData spatial(buffer, inPlace, kf_CallingThreadOnly);
     const SpatialView& data = spatial.view();
-    ResultImage<double> re(real, data, OffsetTiming::AtStart);
-    ResultImage<double> im(imag, data, OffsetTiming::AtStart);
+    // Images on the same pixels take their results at the end, in order.
+    const bool straight = !real.sharesPixels(imag);
+    ResultImage<double> re(real, data, OffsetTiming::AtStart, straight);
+    ResultImage<double> im(imag, data, OffsetTiming::AtStart, straight);
     kxAttention::check();
     const float s = inverseScale(data);
     const float* row = data.data;
@@ -400,6 +450,15 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
     imag.xformCache() = data.transform;
 }
 
+// A second image of a buffer that already holds its spatial result.
+template <typename Second>
+void computeAlone(Second second, const kxFrequencyBuffer& buffer)
+{
+    const SpatialView view = viewOf(buffer, Access::data(buffer));
+    second.start(view, true);
+    second.finish(view);
+}
+
 }  // namespace
 
 // Exported workers: they make the entry points' first check themselves, so a
@@ -408,20 +467,18 @@ void realImaginaryWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inP
 void kf_ComputeAngleImage(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& angle)
 {
     kf_RequireInitialized(buffer);
-    computeSecondImage(viewOf(buffer, Access::data(buffer)), angle, angleOf);
+    computeAlone(AngleImage(&angle), buffer);
 }
 
 void kf_ComputeQuadrantImage(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& quadrant)
 {
     kf_RequireInitialized(buffer);
-    computeSecondImage(viewOf(buffer, Access::data(buffer)), quadrant, quadrantOf);
+    computeAlone(Quadrant(&quadrant), buffer);
 }
 
 namespace {
 
 kxFrequencyBuffer* inPlaceBuffer(kxFrequencyBuffer& buffer, bool inPlace) { return inPlace ? &buffer : nullptr; }
-
-using Quadrant = QuadrantImage<quadrantOf>;
 
 // The magnitude forms with an optional angle image: the 8-bit one alone
 // takes the stored offset at the end.
@@ -430,9 +487,8 @@ void angleWorker(const kxFrequencyBuffer& buffer, kxFrequencyBuffer* inPlace, kx
                  kxPelBuffer<double>* angle, bool scale, int threads)
 {
     const OffsetTiming timing = std::is_same<T, unsigned char>::value ? OffsetTiming::AtEnd : OffsetTiming::AtStart;
-    inverseWorker(buffer, inPlace, image, AngleImage{angle}, scale, timing, threads);
+    inverseWorker(buffer, inPlace, image, AngleImage(angle), scale, timing, threads);
 }
-using QuadrantNanNegative = QuadrantImage<quadrantNanNegative>;
 
 }  // namespace
 
@@ -457,13 +513,13 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelB
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant(&quadrant), scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, Quadrant(&quadrant), scale, OffsetTiming::AtStart);
 }
 
 // The double worker's quadrant code counts a NaN part as negative; `scale`
@@ -471,7 +527,7 @@ void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image
 void kf_InverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<unsigned char>& quadrant,
                    bool scale, bool inPlace)
 {
-    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, QuadrantNanNegative{quadrant}, scale,
+    inverseWorker(buffer, inPlaceBuffer(buffer, inPlace), image, QuadrantNanNegative(&quadrant), scale,
                   OffsetTiming::AtStart);
 }
 
@@ -496,19 +552,19 @@ void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned char>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale)
 {
-    inverseWorker(buffer, nullptr, image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+    inverseWorker(buffer, nullptr, image, Quadrant(&quadrant), scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<unsigned short>& image,
                    kxPelBuffer<unsigned char>& quadrant, bool scale)
 {
-    inverseWorker(buffer, nullptr, image, Quadrant{quadrant}, scale, OffsetTiming::AtStart);
+    inverseWorker(buffer, nullptr, image, Quadrant(&quadrant), scale, OffsetTiming::AtStart);
 }
 
 void kf_InverseFFT(const kxFrequencyBuffer& buffer, kxPelBuffer<double>& image, kxPelBuffer<unsigned char>& quadrant,
                    bool scale)
 {
-    inverseWorker(buffer, nullptr, image, QuadrantNanNegative{quadrant}, scale, OffsetTiming::AtStart);
+    inverseWorker(buffer, nullptr, image, QuadrantNanNegative(&quadrant), scale, OffsetTiming::AtStart);
 }
 
 void kfInverseFFT(kxFrequencyBuffer& buffer, kxPelBuffer<double>& real, kxPelBuffer<double>& imag, bool inPlace)

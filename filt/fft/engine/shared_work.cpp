@@ -10,8 +10,12 @@
 #include <thread>
 #include <vector>
 
-void kf_RunShared(int threads, int count, const std::function<void(int item, int slot)>& work,
-                  const std::function<void(int item)>& poll)
+namespace {
+
+// kf_RunShared's work; `stops`: whether the calling thread polls when the
+// items are shared.
+void runShared(int threads, int count, const std::function<void(int item, int slot)>& work,
+               const std::function<void(int item)>& poll, bool stops)
 {
     threads = std::max(1, std::min(threads, count));
     if (threads == 1) {
@@ -23,7 +27,8 @@ void kf_RunShared(int threads, int count, const std::function<void(int item, int
     }
 
     // A stop already requested ends the call before any helper starts.
-    kxAttention::check();
+    if (stops)
+        kxAttention::check();
     std::atomic<int> next{0};
     std::atomic<bool> stop{false};
     std::mutex failureMutex;
@@ -61,7 +66,8 @@ void kf_RunShared(int threads, int count, const std::function<void(int item, int
     }
     try {
         for (int item = take(); item >= 0; item = take()) {
-            kxAttention::check();
+            if (stops)
+                kxAttention::check();
             work(item, 0);
         }
     } catch (...) {
@@ -71,4 +77,17 @@ void kf_RunShared(int threads, int count, const std::function<void(int item, int
         t.join();
     if (failure)
         std::rethrow_exception(failure);
+}
+
+}  // namespace
+
+void kf_RunShared(int threads, int count, const std::function<void(int item, int slot)>& work,
+                  const std::function<void(int item)>& poll)
+{
+    runShared(threads, count, work, poll, true);
+}
+
+void kf_RunSharedWithoutStops(int threads, int count, const std::function<void(int item, int slot)>& work)
+{
+    runShared(threads, count, work, [](int) {}, false);
 }

@@ -14,3 +14,7 @@
 // A helper the system refuses to start leaves its share to the others.
 void kf_RunShared(int threads, int count, const std::function<void(int item, int slot)>& work,
                   const std::function<void(int item)>& poll);
+
+// As kf_RunShared, never polling: for work that must not stop part way
+// (it writes into the caller's own result).
+void kf_RunSharedWithoutStops(int threads, int count, const std::function<void(int item, int slot)>& work);
