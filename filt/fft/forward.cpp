@@ -4,13 +4,10 @@
 #include "fft/buffer_access.h"
 #include "fft/checks.h"
 #include "fft/engine/engine.h"
-#include "fft/engine/shared_work.h"
 #include "fft/periodic_copy.h"
 
 #include <kx/fft.h>
 #include <kx/fft_threads.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -40,9 +37,7 @@ void prepareResult(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result)
     Access::offset(result, image.offset());
 }
 
-// One image: samples packed as plain reals at the start of each row, the
-// row's remaining floats up to W written as zeros (one more for W = 1, the
-// imaginary part of the only element), then the real-input engine.
+// One image: its pixels as the samples of the real-input engine.
 template <typename T>
 void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, int threads)
 {
@@ -53,35 +48,13 @@ void forwardOne(const kxPelBuffer_const<T>& image, kxFrequencyBuffer& result, in
     const long W = Access::paddedWidth(result);
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> read = pixelsToRead(image, W, H);
-    const long zerosAfterRow = W == 1 ? 1 : 0;
-
-    // Rows in blocks, shared among the threads like the engine's lines.
-    constexpr long kBlockRows = 64;
-    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
-    kf_RunShared(
-        threads, blocks,
-        [&](int block, int) {
-            const long y1 = std::min(H, (block + 1) * kBlockRows);
-            for (long y = block * kBlockRows; y < y1; ++y) {
-                float* row = Access::data(result) + 2 * W * y;
-                long x = 0;
-                if (y < read.height()) {
-                    const T* pixels = read.pointToOffset() + y * read.rowUpdate();
-                    for (; x < read.width(); ++x)
-                        row[x] = static_cast<float>(pixels[x]);
-                }
-                for (; x < W + zerosAfterRow; ++x)
-                    row[x] = 0.0f;
-            }
-        },
-        [](int) {});
-
-    kf_RealFFT2D(Access::data(result), kxPair<long>(W, H), threads);
+    kf_RealFFT2DFromPixels(kf_PixelRowsOf(read.pointToOffset(), read.rowUpdate(), read.width(), read.height()),
+                           Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 
-// Two images: interleaved (real, imaginary), the padding zeroed after, then
-// the complex engine.
+// Two images: their pixels as the real and imaginary parts of the
+// complex engine's samples.
 template <typename T>
 void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& imag, kxFrequencyBuffer& result,
                 int threads)
@@ -96,18 +69,9 @@ void forwardTwo(const kxPelBuffer_const<T>& real, const kxPelBuffer_const<T>& im
     const long H = Access::paddedHeight(result);
     const kxPelBuffer_const<T> re = pixelsToRead(real, W, H);
     const kxPelBuffer_const<T> im = pixelsToRead(imag, W, H);
-
-    float* row = Access::data(result);
-    const T* rePixels = re.pointToOffset();
-    const T* imPixels = im.pointToOffset();
-    for (long y = 0; y < re.height(); ++y, row += 2 * W, rePixels += re.rowUpdate(), imPixels += im.rowUpdate())
-        for (long x = 0; x < re.width(); ++x) {
-            row[2 * x] = static_cast<float>(rePixels[x]);
-            row[2 * x + 1] = static_cast<float>(imPixels[x]);
-        }
-    kf_ClearPadding(re.width(), re.height(), W, H, Access::data(result));
-
-    kf_ComplexFFT2D(Access::data(result), kxPair<long>(W, H), kf_Direction::Forward, kf_AllRows(H), threads);
+    kf_ComplexFFT2DFromPixels(kf_PixelRowsOf(re.pointToOffset(), re.rowUpdate(), re.width(), re.height()),
+                              kf_PixelRowsOf(im.pointToOffset(), im.rowUpdate(), im.width(), im.height()),
+                              Access::data(result), kxPair<long>(W, H), threads);
     written.done();
 }
 

@@ -20,6 +20,7 @@
 // docs and tests (every 16 lines), with more the calling thread polls before
 // each group of lines it takes, and a stop there stops the other threads too.
 #include "fft/engine/direction.h"
+#include "fft/engine/pixels.h"
 
 #include <kx/core/pair.h>
 
@@ -52,6 +53,18 @@ void kf_ComplexFFT2DFrom(const float* source, float* data, kxPair<long> size, kf
 // samples packed in its first paddedWidth floats. On return the buffer holds
 // what kf_ComplexFFT2D gives for those samples with zero imaginary parts.
 void kf_RealFFT2D(float* data, kxPair<long> size, int threads = kf_CallingThreadOnly);
+
+// kf_RealFFT2D of the samples of `pixels` (fft/engine/pixels.h), which must
+// fit in `size`: the vectorised variants read the pixels in their first
+// pass, the scalar engine writes the samples into `data` first.
+void kf_RealFFT2DFromPixels(const kf_PixelRows& pixels, float* data, kxPair<long> size,
+                            int threads = kf_CallingThreadOnly);
+
+// The forward kf_ComplexFFT2D of every row of two images' samples as the
+// real and imaginary parts (of one size and pixel type, fitting in `size`),
+// read as kf_RealFFT2DFromPixels reads one image.
+void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
+                               int threads = kf_CallingThreadOnly);
 
 // Bit-reversal exchange table for rows of n elements, 1-based: entry i holds
 // -1 (no exchange starts here) or 2*j, the 1-based float index of element j

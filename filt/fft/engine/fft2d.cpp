@@ -488,8 +488,11 @@ void vectorColumns(const kf_LaneWidth* widths, float* data, int width, int heigh
 }
 
 // source: nullptr in place, otherwise the matrix the row pass reads.
+// real, imag: when given (forward, every row, no source), two images whose
+// samples the row pass reads as the real and imaginary parts instead.
 void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* data, int width, int height,
-                        kf_Direction direction, kf_RowBand band, int threads)
+                        kf_Direction direction, kf_RowBand band, int threads, const kf_PixelRows* real = nullptr,
+                        const kf_PixelRows* imag = nullptr)
 {
     Workspace work(width, height, 1, Transposes::No);
     SlotScratch scratch(groupScratchFloats(widths, width, height, width), threads);
@@ -507,11 +510,19 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
     kf_LineGroup rows{data, source, 2, 2L * width, width, direction, 0, &work.rotation, work.bitReverse,
                       nullptr, work.bitReversed};
     runLines(
-        widths, rows, height, inBand, [](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.complexLines(g); },
+        widths, rows, height, inBand,
+        [&](const kf_LaneWidth& w, const kf_LineGroup& g, bool) {
+            if (real)
+                w.complexRowsFromPixels(g, *real, *imag, static_cast<int>((g.base - data) / (2L * width)));
+            else
+                w.complexLines(g);
+        },
         [&](int r, float*) {
             float* row = data + r * rowFloats;
             if (source)
                 std::memcpy(row, source + r * rowFloats, rowFloats * sizeof(float));
+            if (real)
+                kf_PixelPairsToRow(*real, *imag, r, row, width);
             kf_SplitRadixRow<float>(row, width, direction, work.rotation, work.bitReverse);
         },
         scratch, threads);
@@ -522,7 +533,10 @@ void vectorComplexFFT2D(const kf_LaneWidth* widths, const float* source, float* 
         kxAttention::check();
 }
 
-void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int height, int threads)
+// pixels: nullptr for the samples in `data`, otherwise the image whose
+// samples the row pass reads instead.
+void vectorRealFFT2D(const kf_LaneWidth* widths, const kf_PixelRows* pixels, float* data, int width, int height,
+                     int threads)
 {
     Workspace work(width, height, kForwardRotation, Transposes::No);
     SlotScratch scratch(groupScratchFloats(widths, width, height, width / 2), threads);
@@ -536,13 +550,24 @@ void vectorRealFFT2D(const kf_LaneWidth* widths, float* data, int width, int hei
                           work.bitReverse, nullptr, work.bitReversed};
         runLines(
             widths, rows, height, kEveryLine,
-            [&k](const kf_LaneWidth& w, const kf_LineGroup& g, bool) { w.realRows(g, k); },
+            [&](const kf_LaneWidth& w, const kf_LineGroup& g, bool) {
+                if (pixels)
+                    w.realRowsFromPixels(g, k, *pixels, static_cast<int>((g.base - data) / (2L * width)));
+                else
+                    w.realRows(g, k);
+            },
             [&](int r, float*) {
                 float* row = data + 2 * static_cast<std::size_t>(r) * width;
+                if (pixels)
+                    kf_PixelsToRow(*pixels, r, row, width);
                 kf_SplitRadixRow<float>(row, n, kf_Direction::Forward, work.rotation, work.bitReverse);
                 kf_UntangleRealRow<float>(row, n, k.c1, k.c2, k.wpr, k.wpi);
             },
             scratch, threads);
+    } else if (pixels) {
+        // One column: each row's one element, its imaginary part zero.
+        for (int r = 0; r < height; ++r)
+            kf_PixelsToRow(*pixels, r, data + 2 * r, 2);
     }
     if (transposePolls)
         kxAttention::check();
@@ -587,9 +612,53 @@ void kf_RealFFT2D(float* data, kxPair<long> size, int threads)
     threads = usefulThreads(threads, size.x() * size.y());
     const kf_EngineVariant& variant = kf_ActiveEngineVariant();
     if (variant.widths)
-        vectorRealFFT2D(variant.widths, data, static_cast<int>(size.x()), static_cast<int>(size.y()), threads);
+        vectorRealFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                        threads);
     else
         scalarRealFFT2D(data, size, threads);
+}
+
+void kf_RealFFT2DFromPixels(const kf_PixelRows& pixels, float* data, kxPair<long> size, int threads)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorRealFFT2D(variant.widths, &pixels, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                        usefulThreads(threads, size.x() * size.y()));
+        return;
+    }
+    // The readable reference: the samples written row by row (for W = 1
+    // the only element's imaginary part too), in blocks of rows shared among
+    // the threads, then transformed.
+    const long W = size.x();
+    const long H = size.y();
+    constexpr long kBlockRows = 64;
+    const int blocks = static_cast<int>((H + kBlockRows - 1) / kBlockRows);
+    kf_RunShared(
+        threads, blocks,
+        [&](int block, int) {
+            const long y1 = std::min(H, (block + 1) * kBlockRows);
+            for (long y = block * kBlockRows; y < y1; ++y)
+                kf_PixelsToRow(pixels, y, data + 2 * W * y, W == 1 ? 2 : W);
+        },
+        [](int) {});
+    kf_RealFFT2D(data, size, threads);
+}
+
+void kf_ComplexFFT2DFromPixels(const kf_PixelRows& real, const kf_PixelRows& imag, float* data, kxPair<long> size,
+                               int threads)
+{
+    const kf_EngineVariant& variant = kf_ActiveEngineVariant();
+    if (variant.widths) {
+        vectorComplexFFT2D(variant.widths, nullptr, data, static_cast<int>(size.x()), static_cast<int>(size.y()),
+                           kf_Direction::Forward, kf_AllRows(size.y()), usefulThreads(threads, size.x() * size.y()),
+                           &real, &imag);
+        return;
+    }
+    // The readable reference: the rows of (real, imaginary) pairs written
+    // first, then transformed.
+    for (long y = 0; y < size.y(); ++y)
+        kf_PixelPairsToRow(real, imag, y, data + 2 * size.x() * y, size.x());
+    kf_ComplexFFT2D(data, size, kf_Direction::Forward, kf_AllRows(size.y()), threads);
 }
 
 void kf_FillConjugateHalf(float* data, kxPair<long> size)

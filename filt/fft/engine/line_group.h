@@ -145,21 +145,27 @@ void kf_ScatterLines(const kf_LineGroup& group, const Lane* lanes, int elements,
     }
 }
 
+// The complex line pass on lines already gathered into `lanes`.
 template <typename Lane>
-void kf_ComplexLines(const kf_LineGroup& group)
+void kf_TransformComplexLines(const kf_LineGroup& group, Lane* lanes)
 {
-    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
-    kf_GatherLines(group, lanes, group.n);
     kf_ButterfliesByBlock(kf_RowElements<Lane>{lanes}, group.n, *group.rotation, kf_FitElements<Lane>());
     kf_ScatterLines(group, lanes, group.n, group.bitReversed);
 }
 
 template <typename Lane>
-void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
+void kf_ComplexLines(const kf_LineGroup& group)
 {
     Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    kf_GatherLines(group, lanes, group.n);
+    kf_TransformComplexLines(group, lanes);
+}
+
+// The real row pass on rows already gathered into `lanes` (2n floats each).
+template <typename Lane>
+void kf_TransformRealRows(const kf_LineGroup& group, const kf_RealRowConstants& k, Lane* lanes)
+{
     const int n = group.n;
-    kf_GatherLines(group, lanes, n);
     // The untangling writes element n and, for n = 1, reads it first.
     lanes[2 * n] = Lane(0.0f);
     lanes[2 * n + 1] = Lane(0.0f);
@@ -167,6 +173,14 @@ void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
                            kf_FitElements<Lane>());
     kf_UntangleRealRow<Lane>(lanes, n, k.c1, k.c2, k.wpr, k.wpi);
     kf_ScatterLines(group, lanes, n + 1, nullptr);
+}
+
+template <typename Lane>
+void kf_RealRows(const kf_LineGroup& group, const kf_RealRowConstants& k)
+{
+    Lane* lanes = reinterpret_cast<Lane*>(group.scratch);
+    kf_GatherLines(group, lanes, group.n);
+    kf_TransformRealRows(group, k, lanes);
 }
 
 // The row whose conjugate row r mirrors, (H - r) mod H, without a division.
@@ -327,10 +341,19 @@ void kf_RealColumnBlock(const kf_LineGroup& group, int firstColumn, int width)
     }
 }
 
+// Defined in pixel_rows.h, which every variant file includes.
+template <typename Lane>
+void kf_RealRowsFromPixels(const kf_LineGroup& group, const kf_RealRowConstants& k, const kf_PixelRows& pixels,
+                           int firstRow);
+template <typename Lane>
+void kf_ComplexRowsFromPixels(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
+                              int firstRow);
+
 // The entry of a variant's table for one lane type.
 template <typename Lane>
 constexpr kf_LaneWidth kf_LaneWidthOf()
 {
     return kf_LaneWidth{Lane::width,           kf_ComplexLines<Lane>,       kf_RealRows<Lane>,
-                        kf_RealColumns<Lane>, kf_ComplexColumnBlock<Lane>, kf_RealColumnBlock<Lane>};
+                        kf_RealColumns<Lane>, kf_ComplexColumnBlock<Lane>, kf_RealColumnBlock<Lane>,
+                        kf_RealRowsFromPixels<Lane>, kf_ComplexRowsFromPixels<Lane>};
 }

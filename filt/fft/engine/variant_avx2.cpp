@@ -3,6 +3,7 @@
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/lanes_256.h"
 #include "fft/engine/line_group.h"
+#include "fft/engine/pixel_rows.h"
 
 namespace kf_avx2 {
 

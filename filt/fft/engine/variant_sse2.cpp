@@ -2,6 +2,7 @@
 // flags; see filt/CMakeLists.txt.
 #include "fft/engine/lanes_128.h"
 #include "fft/engine/line_group.h"
+#include "fft/engine/pixel_rows.h"
 
 namespace kf_sse2 {
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 struct kf_RotationTable;
+struct kf_PixelRows;   // fft/engine/pixels.h
 struct kf_RingRow;   // freqfilt/ring_row.h
 
 // A group of `lanes` lines of a matrix of complex elements: element e of
@@ -58,6 +59,14 @@ struct kf_LaneWidth {
     // holds each group's part one after the other).
     void (*complexColumnBlock)(const kf_LineGroup& group);
     void (*realColumnBlock)(const kf_LineGroup& group, int firstColumn, int width);
+    // realRows on rows firstRow .. of `pixels` (their samples as floats)
+    // instead of the group's floats: the same floats reach the butterflies.
+    void (*realRowsFromPixels)(const kf_LineGroup& group, const kf_RealRowConstants& constants,
+                               const kf_PixelRows& pixels, int firstRow);
+    // complexLines (forward) on rows firstRow .. of two images of one size,
+    // their samples as the real and imaginary parts.
+    void (*complexRowsFromPixels)(const kf_LineGroup& group, const kf_PixelRows& real, const kf_PixelRows& imag,
+                                  int firstRow);
 };
 
 // Groups of adjacent columns walked down the matrix together.
