@@ -332,6 +332,8 @@ template <> struct Magnitude<double> {
     // Double pixels take the magnitude as it is; `scale` does not apply.
     static void fill(const SpatialView& buffer, const kxPelBuffer<double>& image, float s, bool)
     {
+        if (fillWith(kf_ActiveEngineVariant().magnitudesDouble, buffer, image, s))
+            return;
         convertEachElement(buffer, image, [s](float re, float im, double& pixel) {
             pixel = static_cast<double>(std::sqrt(re * re + im * im) * s);
         });

@@ -15,11 +15,12 @@ bool always() { return true; }
 
 const kf_EngineVariant kVariants[] = {
 #ifdef KF_ENGINE_X86
-    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx512RingRow},
-    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr, kf_Avx2RingRow},
-    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr, nullptr},
+    {"avx512", hasAvx512, kf_Avx512Widths, kf_Avx512Magnitudes8, kf_Avx512Magnitudes16, kf_Avx512MagnitudesDouble,
+     kf_Avx512RingRow},
+    {"avx2", hasAvx2, kf_Avx2Widths, nullptr, nullptr, kf_Avx2MagnitudesDouble, kf_Avx2RingRow},
+    {"sse2", hasSse2, kf_Sse2Widths, nullptr, nullptr, nullptr, nullptr},
 #endif
-    {"scalar", always, nullptr, nullptr, nullptr, nullptr},
+    {"scalar", always, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
 const kf_EngineVariant& bestUsable()

@@ -79,6 +79,8 @@ static_assert(16 * kf_ColumnBlockGroups <= 64, "a block's lines are counted in 6
 // and out-of-range values), its low bits kept. nullptr: the scalar loop.
 using kf_Magnitudes8 = void (*)(const float* elements, long count, float s, unsigned char* out);
 using kf_Magnitudes16 = void (*)(const float* elements, long count, float s, unsigned short* out);
+// Double pixels: the single-precision magnitude widened.
+using kf_MagnitudesDouble = void (*)(const float* elements, long count, float s, double* out);
 
 struct kf_EngineVariant {
     const char* name;
@@ -86,6 +88,7 @@ struct kf_EngineVariant {
     const kf_LaneWidth* widths;   // widest first; nullptr for the scalar engine
     kf_Magnitudes8 magnitudes8;
     kf_Magnitudes16 magnitudes16;
+    kf_MagnitudesDouble magnitudesDouble;
     // One row of the band filters' ring walk; nullptr: the scalar row.
     void (*ringRow)(const kf_RingRow& row);
 };
@@ -98,6 +101,8 @@ extern const kf_LaneWidth kf_Avx2Widths[4];
 extern const kf_LaneWidth kf_Sse2Widths[4];
 void kf_Avx512Magnitudes8(const float* elements, long count, float s, unsigned char* out);
 void kf_Avx512Magnitudes16(const float* elements, long count, float s, unsigned short* out);
+void kf_Avx512MagnitudesDouble(const float* elements, long count, float s, double* out);
+void kf_Avx2MagnitudesDouble(const float* elements, long count, float s, double* out);
 #endif
 
 // The table, best first, scalar last, and its length.
