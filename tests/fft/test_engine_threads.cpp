@@ -4,6 +4,7 @@
 // calling thread stops the call.
 #include "fft/buffer_access.h"
 #include "fft/engine/engine.h"
+#include "engine_variants.h"
 #include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
@@ -24,38 +25,12 @@ using Access = kx_FrequencyBufferAccess;
 
 namespace {
 
+using kxtest::randomData;
+using kxtest::usableVariants;
+using kxtest::vectorVariants;
+using Forced = kxtest::ForcedVariant;
+
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
-
-class Forced {
-public:
-    explicit Forced(const char* name) { ok_ = kf_ForceEngineVariant(name); }
-    ~Forced() { kf_ForceEngineVariant(nullptr); }
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
-};
-
-std::vector<const char*> usableVariants()
-{
-    int count = 0;
-    const kf_EngineVariant* table = kf_EngineVariants(count);
-    std::vector<const char*> names;
-    for (int i = 0; i < count; ++i)
-        if (table[i].usable())
-            names.push_back(table[i].name);
-    return names;
-}
-
-std::vector<float> randomData(std::size_t count, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> value(-100.0f, 100.0f);
-    std::vector<float> v(count);
-    for (float& f : v)
-        f = value(generator);
-    return v;
-}
 
 // The engine run on a copy of `input` with the named variant; the output
 // starts as NaN where `run` writes into a separate area.

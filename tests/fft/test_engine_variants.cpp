@@ -4,6 +4,7 @@
 // library's forward and inverse entry points on top of them.
 #include "fft/buffer_access.h"
 #include "fft/engine/engine.h"
+#include "engine_variants.h"
 #include "fft/engine/variants.h"
 #include "reference_dft.h"
 
@@ -25,43 +26,14 @@ using Access = kx_FrequencyBufferAccess;
 
 namespace {
 
+using kxtest::randomData;
+using kxtest::usableVariants;
+using kxtest::vectorVariants;
+using Forced = kxtest::ForcedVariant;
+
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-// Runs the following code with the named variant, then returns to the
-// automatic choice.
-class Forced {
-public:
-    explicit Forced(const char* name) { ok_ = kf_ForceEngineVariant(name); }
-    ~Forced() { kf_ForceEngineVariant(nullptr); }
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
-};
-
-// The usable variants other than the scalar engine.
-std::vector<const char*> vectorVariants()
-{
-    int count = 0;
-    const kf_EngineVariant* table = kf_EngineVariants(count);
-    std::vector<const char*> names;
-    for (int i = 0; i < count; ++i)
-        if (table[i].widths && table[i].usable())
-            names.push_back(table[i].name);
-    return names;
-}
-
 kxPair<long> dims(long w, long h) { return kxPair<long>(w, h); }
-
-std::vector<float> randomData(std::size_t count, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> value(-100.0f, 100.0f);
-    std::vector<float> v(count);
-    for (float& f : v)
-        f = value(generator);
-    return v;
-}
 
 // The input of the real engine: W samples per row, the rest of the row NaN
 // (never read), the imaginary part of a width-1 row zero.

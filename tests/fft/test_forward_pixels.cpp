@@ -7,6 +7,7 @@
 #include "fft/buffer_access.h"
 #include "fft/engine/engine.h"
 #include "fft/engine/pixels.h"
+#include "engine_variants.h"
 #include "fft/engine/variants.h"
 
 #include <kx/core/attention.h>
@@ -28,6 +29,11 @@ using Access = kx_FrequencyBufferAccess;
 
 namespace {
 
+using kxtest::randomData;
+using kxtest::usableVariants;
+using kxtest::vectorVariants;
+using Forced = kxtest::ForcedVariant;
+
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 
 // Sanitizer builds run many times slower: they skip the large sizes.
@@ -36,28 +42,6 @@ constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
-
-class Forced {
-public:
-    explicit Forced(const char* name) { ok_ = kf_ForceEngineVariant(name); }
-    ~Forced() { kf_ForceEngineVariant(nullptr); }
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
-};
-
-// Every usable variant, the scalar engine included.
-std::vector<const char*> usableVariants()
-{
-    int count = 0;
-    const kf_EngineVariant* table = kf_EngineVariants(count);
-    std::vector<const char*> names;
-    for (int i = 0; i < count; ++i)
-        if (table[i].usable())
-            names.push_back(table[i].name);
-    return names;
-}
 
 long paddedSide(long side)
 {

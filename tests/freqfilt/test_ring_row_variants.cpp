@@ -1,5 +1,6 @@
 // The band filters' ring rows: every usable engine variant writes the bits of
 // the scalar row, through the filters and row by row.
+#include "engine_variants.h"
 #include "fft/engine/variants.h"
 #include "freqfilt/ring_row.h"
 
@@ -17,28 +18,12 @@
 
 namespace {
 
-// Runs the rest of the scope with the named variant; back to the automatic
-// choice after it.
-class ForcedVariant {
-public:
-    explicit ForcedVariant(const char* name) : ok_(kf_ForceEngineVariant(name)) {}
-    ~ForcedVariant() { kf_ForceEngineVariant(nullptr); }
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
-};
+using kxtest::ForcedVariant;
 
 // The usable variants with a ring row of their own.
 std::vector<const kf_EngineVariant*> variantsWithRingRows()
 {
-    int count = 0;
-    const kf_EngineVariant* table = kf_EngineVariants(count);
-    std::vector<const kf_EngineVariant*> found;
-    for (int i = 0; i < count; ++i)
-        if (table[i].ringRow && table[i].usable())
-            found.push_back(&table[i]);
-    return found;
+    return kxtest::usableVariantsWhere([](const kf_EngineVariant& v) { return v.ringRow != nullptr; });
 }
 
 // A spectrum of awkward values: ordinary ones of both signs, zeros of both

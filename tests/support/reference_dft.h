@@ -54,11 +54,11 @@ inline double relativeRms(const float* got, const Spectrum& expected)
     return norm == 0 ? std::sqrt(err) : std::sqrt(err / norm);
 }
 
-// Fixed-seed uniform floats in [-1, 1).
-inline std::vector<float> randomFloats(std::size_t count, std::uint32_t seed)
+// Fixed-seed uniform floats in [lo, hi).
+inline std::vector<float> randomFloats(std::size_t count, std::uint32_t seed, float lo = -1.0f, float hi = 1.0f)
 {
     std::mt19937 generator(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    std::uniform_real_distribution<float> uniform(lo, hi);
     std::vector<float> v(count);
     for (float& f : v)
         f = uniform(generator);
